@@ -1,0 +1,126 @@
+// The operation tables of the containers. A slot that a container does not serve is null; the adapters give the
+// exported entry points exactly the slot's type, so that no function pointer is ever cast.
+#include "facade/facade_formats.h"
+
+#include "base/byte_order.h"
+#include "base/fourcc.h"
+#include "mp4/zmvstream_mp4_reader.h"
+#include "mp4/zmvstream_mp4_writer.h"
+
+namespace zmv::facade {
+namespace {
+
+// ---- MP4 writer
+
+MP4WriterHandle* Mp4Writer(void* writer) { return static_cast<MP4WriterHandle*>(writer); }
+
+int32_t Mp4WriterOpen(void** writer, ZMVStreamBuf* stream, uint8_t interleave, uint64_t expire) {
+  MP4WriterHandle* opened = nullptr;
+  const int32_t result = MP4WriterOpen(&opened, stream, interleave, static_cast<int64_t>(expire));
+  if (!Failed(result)) *writer = opened;
+  return result;
+}
+
+void Mp4WriterClose(void* writer) { MP4WriterClose(Mp4Writer(writer)); }
+
+int32_t Mp4WriterSetInfo(void* writer, const ZMVFileInfo* info, uint64_t start_time) {
+  return MP4WriterSetInfo(Mp4Writer(writer), info, start_time);
+}
+
+uint64_t Mp4WriterGetCurSize(void* writer) { return MP4WriterGetCurSize(Mp4Writer(writer)); }
+
+int32_t Mp4WriterWriteFrame(void* writer, ZMVFrame* frame) { return MP4WriterWriteFrame(Mp4Writer(writer), frame); }
+
+constexpr ZMVWriterOperations kMp4WriterOperations = {
+    .Open = &Mp4WriterOpen,
+    .Reserved = nullptr,
+    .Close = &Mp4WriterClose,
+    .SetInfo = &Mp4WriterSetInfo,
+    .GetCurSize = &Mp4WriterGetCurSize,
+    .WriteFrame = &Mp4WriterWriteFrame,
+    .SetSync = nullptr,
+};
+
+// ---- MP4 reader
+
+MP4FReaderHandle* Mp4Reader(void* reader) { return static_cast<MP4FReaderHandle*>(reader); }
+
+int32_t Mp4ReaderOpen(void** reader, ZMVStreamBuf* stream) {
+  MP4FReaderHandle* opened = nullptr;
+  const int32_t result = MP4FReaderOpen(&opened, stream);
+  if (!Failed(result)) *reader = opened;
+  return result;
+}
+
+void Mp4ReaderClose(void* reader) { MP4FReaderClose(Mp4Reader(reader)); }
+
+// MP4 keeps its index in the file, so there is none to build.
+int32_t Mp4ReaderGetInfo(void* reader, ZMVFileInfo* info, uint32_t) {
+  return MP4FReaderGetInfo(Mp4Reader(reader), info);
+}
+
+int32_t Mp4ReaderReadFrame(void* reader, ZMVFrame* frame) { return MP4FReaderReadFrame(Mp4Reader(reader), frame); }
+
+int32_t Mp4ReaderReadFrameInfo(void* reader, ZMVFrame* frame) {
+  return MP4FReaderReadFrameInfo(Mp4Reader(reader), frame);
+}
+
+constexpr ZMVReaderOperations kMp4ReaderOperations = {
+    .Open = &Mp4ReaderOpen,
+    .OpenParam = nullptr,
+    .Close = &Mp4ReaderClose,
+    .Reserved = nullptr,
+    .GetInfo = &Mp4ReaderGetInfo,
+    .Start = nullptr,
+    .MakeIndex = nullptr,
+    .ReadThumb = nullptr,
+    .ReadFrame = &Mp4ReaderReadFrame,
+    .ReadFrameInfo = &Mp4ReaderReadFrameInfo,
+    .SeekByTime = nullptr,
+    .SeekByKeyFrame = nullptr,
+    .SeekBySubtitle = nullptr,
+    .SeekByMedia = nullptr,
+    .ChangeTrack = nullptr,
+    .GetStatus = nullptr,
+    .SetStatus = nullptr,
+};
+
+// ---- What there is
+
+constexpr WriterFormat kWriterFormats[] = {
+    {ZMV_FORMAT_MP4, "MP4", &kMp4WriterOperations},
+};
+
+// ISO/IEC 14496-12 4.2: the type of the first box follows its 32-bit size. Recordings begin with "ftyp"; "mdat" and
+// "moov" are the fronts of files without one.
+bool IsMp4(const uint8_t* front) {
+  const uint32_t type = LoadLE32(front + 4);
+  return type == FourCC("ftyp") || type == FourCC("mdat") || type == FourCC("moov");
+}
+
+struct ReaderFormat {
+  bool (*Matches)(const uint8_t* front);
+  const ZMVReaderOperations* operations;
+};
+
+constexpr ReaderFormat kReaderFormats[] = {
+    {&IsMp4, &kMp4ReaderOperations},
+};
+
+}  // namespace
+
+const WriterFormat* FindWriter(uint32_t number) {
+  for (const WriterFormat& format : kWriterFormats) {
+    if (format.number == number) return &format;
+  }
+  return nullptr;
+}
+
+const ZMVReaderOperations* FindReader(const uint8_t* front) {
+  for (const ReaderFormat& format : kReaderFormats) {
+    if (format.Matches(front)) return format.operations;
+  }
+  return nullptr;
+}
+
+}  // namespace zmv::facade

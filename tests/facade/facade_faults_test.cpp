@@ -1,0 +1,163 @@
+// Every host call that describing and reading make, failing in turn: a code, a free mutex, nothing left behind, and a
+// reader that goes on when the host does.
+#include <gmock/gmock.h>
+
+#include "facade/zmvstream_reader_records.h"
+#include "tests/facade/small_recording.h"
+
+namespace zmv::test {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
+
+constexpr char kPath[] = "drive.mp4";
+
+struct Fault {
+  const char* name;
+  HostCall call;
+  ScriptedHost::Duration duration;
+};
+
+class FacadeFaults : public ::testing::TestWithParam<Fault> {
+ protected:
+  FacadeFaults() : buffer_(4096) {
+    host_.trace_level = 0;
+    host_.record = false;
+    EXPECT_EQ(RecordSmall(kPath), 0);
+  }
+
+  // Everything has been given back.
+  void ExpectClean(uint64_t n) {
+    EXPECT_THAT(host_.LiveList(), ElementsAre()) << n;
+    EXPECT_EQ(host_.Count(HostCall::kMutexLock), host_.Count(HostCall::kMutexUnLock)) << n;
+  }
+  // Counts the calls of the parameter's kind; starts failing at the nth from now.
+  void Arm(uint64_t n) {
+    armed_at_ = host_.Count(GetParam().call) + n;
+    host_.Fail(GetParam().call, n, GetParam().duration);
+  }
+  // Whether the armed failure took place.
+  bool Disarm() {
+    host_.ClearFailures();
+    return host_.Count(GetParam().call) >= armed_at_;
+  }
+  int32_t ReadAll(ZMVReader* reader) {
+    for (const uint32_t media : {ZMV_MEDIA_VIDEO, ZMV_MEDIA_AUDIO}) {
+      for (uint32_t i = 0; i < kSmallFrames; ++i) {
+        ZMVFrame frame{};
+        frame.dwMediaType = media;
+        frame.pData = buffer_.data();
+        frame.dwBufSize = static_cast<uint32_t>(buffer_.size());
+        const int32_t result = ZMVReaderReadFrame(reader, &frame);
+        if (result < 0) return result;
+      }
+    }
+    return 0;
+  }
+
+  ScriptedHost host_;
+  ByteVector buffer_;
+  uint64_t armed_at_ = 0;
+};
+
+TEST_P(FacadeFaults, OpenAndGetInfo_FailOrSucceedWhole) {
+  for (uint64_t n = 1;; ++n) {
+    ASSERT_LT(n, 1000u);
+    Arm(n);
+    ZMVReaderParam param{kPath, nullptr, 0};
+    ZMVReader* reader = nullptr;
+    ZMVFileInfo info{};
+    int32_t result = ZMVReaderOpen(&reader, &param);
+    EXPECT_EQ(result < 0, reader == nullptr) << n;
+    if (result >= 0) {
+      result = ZMVReaderGetInfo(reader, &info);
+      if (result >= 0) {
+        EXPECT_EQ(reader->m_bHasVideo != 0, info.dwVideoCount != 0) << n;
+        EXPECT_NE(info.dwTimeScale, 0u) << n;
+      }
+      ZMVReaderClose(reader);
+    }
+    const bool failed = Disarm();
+    ExpectClean(n);
+    if (failed && GetParam().call == HostCall::kMalloc) {
+      // The audio configuration of MP4 reports a malformed header instead.
+      EXPECT_THAT(Code(result), AnyOf(ZMV_E_MEMORY, ZMV_E_FAIL)) << n;
+    }
+    if (!failed) {
+      EXPECT_EQ(result, 0);
+      break;
+    }
+  }
+}
+
+TEST_P(FacadeFaults, ReadFrame_FailsOnceAndTheMutexIsFree) {
+  for (uint64_t n = 1;; ++n) {
+    ASSERT_LT(n, 1000u);
+    ZMVReaderParam param{kPath, nullptr, 0};
+    ZMVReader* reader = nullptr;
+    ZMVFileInfo info{};
+    ASSERT_EQ(ZMVReaderOpen(&reader, &param), 0);
+    ASSERT_EQ(ZMVReaderGetInfo(reader, &info), 0);
+    Arm(n);
+    const int32_t result = ReadAll(reader);
+    const bool failed = Disarm();
+    EXPECT_EQ(host_.Count(HostCall::kMutexLock), host_.Count(HostCall::kMutexUnLock)) << n;
+    ZMVReaderClose(reader);
+    ExpectClean(n);
+    if (!failed) {
+      EXPECT_EQ(result, 0);
+      break;
+    }
+  }
+}
+
+TEST_P(FacadeFaults, Recording_LeavesNothingBehind) {
+  for (uint64_t n = 1;; ++n) {
+    ASSERT_LT(n, 5000u);
+    Arm(n);
+    const int32_t result = RecordSmall("other.mp4");
+    const bool failed = Disarm();
+    ExpectClean(n);
+    if (GetParam().call != HostCall::kMutexCreate) {
+      EXPECT_EQ(host_.Count(HostCall::kMutexCreate), host_.Count(HostCall::kMutexDestroy)) << n;
+    } else {
+      EXPECT_EQ(Code(result), failed ? ZMV_E_MEMORY : 0) << n;
+    }
+    if (!failed) {
+      EXPECT_EQ(result, 0);
+      break;
+    }
+  }
+}
+
+// The next handle works after every failure of this one.
+TEST_P(FacadeFaults, AfterAFailure_TheNextRecordingIsWhole) {
+  Arm(1);
+  RecordSmall("other.mp4");
+  Disarm();
+  host_.File("other.mp4").clear();
+  ASSERT_EQ(RecordSmall("other.mp4"), 0);
+  ZMVReaderParam param{"other.mp4", nullptr, 0};
+  ZMVFileInfo info{};
+  ASSERT_EQ(ZMVReaderGetInfoFile(&param, &info), 0);
+  EXPECT_EQ(info.m_Video[0].dwFrames, kSmallFrames);
+}
+
+INSTANTIATE_TEST_SUITE_P(HostCalls, FacadeFaults,
+                         ::testing::Values(Fault{"Malloc", HostCall::kMalloc, ScriptedHost::kOnce},
+                                           Fault{"MallocForGood", HostCall::kMalloc, ScriptedHost::kForGood},
+                                           Fault{"ReAlloc", HostCall::kReAlloc, ScriptedHost::kOnce},
+                                           Fault{"Open", HostCall::kOpen, ScriptedHost::kOnce},
+                                           Fault{"Read", HostCall::kRead, ScriptedHost::kOnce},
+                                           Fault{"ReadForGood", HostCall::kRead, ScriptedHost::kForGood},
+                                           Fault{"Write", HostCall::kWrite, ScriptedHost::kOnce},
+                                           Fault{"WriteForGood", HostCall::kWrite, ScriptedHost::kForGood},
+                                           Fault{"Seek", HostCall::kSeek, ScriptedHost::kOnce},
+                                           Fault{"Size", HostCall::kSize, ScriptedHost::kOnce},
+                                           Fault{"DiskSpace", HostCall::kDiskSpace, ScriptedHost::kOnce},
+                                           Fault{"MutexCreate", HostCall::kMutexCreate, ScriptedHost::kOnce}),
+                         [](const auto& fault) { return std::string(fault.param.name); });
+
+}  // namespace
+}  // namespace zmv::test
