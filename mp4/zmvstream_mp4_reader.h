@@ -1,0 +1,113 @@
+/*
+ * The MP4 reader: describes an MP4 file (ISO/IEC 14496-12, -14, -15) and hands its frames back one at a time.
+ *
+ * Applications play back through the reader facade (facade/zmvstream_reader.h); these are the container's own entry
+ * points. Order: Open, IsValidInfo while a file is still growing, GetInfo, any number of reads, Close. Calls on one
+ * handle come from one thread at a time. Results are 0 or a count, or a negative ZMV_E_* code. Times are milliseconds.
+ *
+ * Sample tables are never loaded: each is read in place through a cursor on the file's stream, so neither opening nor
+ * reading takes memory that grows with the length of a recording. A track takes four or five of the stream's 20
+ * cursors. Box sizes and chunk offsets are 32-bit.
+ */
+#ifndef ZMVSTREAM_MP4_READER_H
+#define ZMVSTREAM_MP4_READER_H
+
+#include <stdint.h>
+
+#include "base/zmv_export.h"
+#include "base/zmv_result.h"
+#include "facade/zmvstream_media.h"
+#include "stream/zmvstream_buf.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct MP4FReaderHandle MP4FReaderHandle;
+typedef struct MP4ReaderTrack MP4ReaderTrack;
+
+/* ---- Playback
+ * -------------------------------------------------------------------------------------------------------*/
+
+/*
+ * A reader on `stream`, which is open for reading, stays the caller's, must have no cursor yet and must outlive the
+ * reader. Nothing is read. 0, ZMV_E_MEMORY or the stream's code; `*out` is stored on success only.
+ */
+ZMV_API int32_t MP4FReaderOpen(MP4FReaderHandle** out, ZMVStreamBuf* stream);
+/* Frees the tracks, gives the cursors back and frees the handle; null is accepted. */
+ZMV_API void MP4FReaderClose(MP4FReaderHandle* handle);
+/*
+ * 1 when a complete moov box lies in the data written so far, 0 when not; any other value is the low byte of the code
+ * of a failed read.
+ */
+ZMV_API uint8_t MP4FReaderIsValidInfo(MP4FReaderHandle* handle);
+/*
+ * Walks the file and describes it in `info`, the caller's record (pExtraHeader and dwExtraHeaderSize are inputs).
+ * Tracks beyond 12 are ignored; tracks beyond the capacity of `info` are readable but not described. May be called
+ * again: the record is the same and reading starts over. 0; ZMV_E_MEMORY, also when the tracks need more than 20
+ * cursors; ZMV_E_NO_TRACK_HEADER; ZMV_E_FAIL for an unusable sample description; ZMV_E_READ or ZMV_E_SEEK.
+ */
+ZMV_API int32_t MP4FReaderGetInfo(MP4FReaderHandle* handle, ZMVFileInfo* info);
+/*
+ * The next frame of track frame->dwTrack (0 = first) of frame->dwMediaType into frame->pData (capacity frame->dwBufSize
+ * bytes). Length-prefixed NAL units come out behind 4-byte start codes. Fills dwSize, llTimeStamp, llTimeStampUs
+ * (video), dwDuration, dwKeyFrame and dwChunk. 0; ZMV_E_MP4_BUFFER with the size needed in dwBufSize, and the same
+ * frame on the next call; ZMV_E_END after the last frame, for a payload that is cut short, or without tracks;
+ * ZMV_E_READ or ZMV_E_SEEK.
+ */
+ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
+/*
+ * The same without the payload and without dwChunk. dwBufSize is tested all the same. For NAL units dwSize is exact
+ * when the sample holds one unit. Both reads move the same track position.
+ */
+ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame);
+
+/* ---- Table cursors of a track: 0 or the stream's code
+ * ---------------------------------------------------------------*/
+
+/* Notes the positions of the track's table cursors. */
+ZMV_API int32_t MP4ReaderSaveStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* track);
+/* Moves them back to the noted positions; counters stay. */
+ZMV_API int32_t MP4ReaderLoadStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* track);
+/* Moves them to the starts of their tables; counters stay. */
+ZMV_API int32_t MP4ReaderSetStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* track);
+
+/* ---- Parsers --------------------------------------------------------------------------------------------------------
+ *
+ * Each reads a box at the handle's own cursor, which stands behind the box header; `size` is the payload in bytes. 0 or
+ * a negative code. Fields beyond the payload count as 0.
+ */
+
+/* The track with this ID, made when it is new; null when memory or all 12 slots are used up. The handle owns it. */
+ZMV_API MP4ReaderTrack* MP4ReaderFindTrak(MP4FReaderHandle* handle, uint32_t trackID);
+ZMV_API int32_t MP4ReaderParseMoov(MP4FReaderHandle* handle, uint32_t size);
+ZMV_API int32_t MP4ReaderParseTrak(MP4FReaderHandle* handle, uint32_t size);
+/* A null track gives ZMV_E_NO_TRACK_HEADER. */
+ZMV_API int32_t MP4ReaderParseMdia(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+ZMV_API int32_t MP4ReaderParseMinf(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+ZMV_API int32_t MP4ReaderParseStbl(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* `size` without version and flags, which the cursor has passed. */
+ZMV_API int32_t MP4ReaderParseStsd(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* Audio and video sample entries behind their 16 common bytes (ISO/IEC 14496-12 8.5.2, 12.1.3, 12.2.3). */
+ZMV_API int32_t MP4ReaderParseAudio(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+ZMV_API int32_t MP4ReaderParseVideo(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* Elementary stream descriptor (ISO/IEC 14496-14 5.6). ZMV_E_FAIL when it cannot be used. */
+ZMV_API int32_t MP4ReaderParseESDS(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* Decoder configuration records (ISO/IEC 14496-15 5.3.3, 8.3.3). */
+ZMV_API int32_t MP4ReaderParseAVCC(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+ZMV_API int32_t MP4ReaderParseHVCC(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* Bit rates (ISO/IEC 14496-12 8.5.2). */
+ZMV_API int32_t MP4ReaderParseBTRT(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* Stereo mode, and the "circ" projection. ZMV_E_FAIL for any other projection. */
+ZMV_API int32_t MP4ReaderParseST3D(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+ZMV_API int32_t MP4ReaderParseSV3D(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
+/* A descriptor length (ISO/IEC 14496-1 8.3.3) at a stream's cursor: the length, or a negative code. */
+ZMV_API int32_t MP4ReaderGetDescLength(ZMVStreamBuf* stream, uint32_t dwIndex);
+/* The same on a byte reader (platform/zmv_byte.h): 0, with the reader's error in `*err`, when the data runs out. */
+ZMV_API uint32_t MP4ReaderGetDescLength2(void* byteReader, int64_t* err);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

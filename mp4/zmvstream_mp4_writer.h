@@ -1,0 +1,126 @@
+/*
+ * The MP4 writer: a progressive MP4 file (ISO/IEC 14496-12, -14, -15) written front to back.
+ *
+ * Applications record through the writer facade (facade/zmvstream_writer.h); these are the container's own entry
+ * points. Order: Open, SetInfo once, any number of WriteFrame, Close. Calls on one handle come from one thread at a
+ * time. Results are 0 or a count, or a negative ZMV_E_* code.
+ */
+#ifndef ZMVSTREAM_MP4_WRITER_H
+#define ZMVSTREAM_MP4_WRITER_H
+
+#include <stdint.h>
+
+#include "base/zmv_export.h"
+#include "base/zmv_result.h"
+#include "facade/zmvstream_media.h"
+#include "stream/zmvstream_buf.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct MP4WriterHandle MP4WriterHandle;
+typedef struct MP4WriterTrack MP4WriterTrack;
+typedef struct MP4WriterTable MP4WriterTable;
+
+/* ---- Recording
+ * ------------------------------------------------------------------------------------------------------*/
+
+/*
+ * A writer on the stream `hInOut`, which is open for writing, stays the caller's and must have no cursor yet.
+ * `interleave` 1: every frame is a chunk. `Exp`: expected length in milliseconds that sizes the sample tables, 0 = 120
+ * seconds; a longer recording spills tables into the media data. 0, ZMV_E_MEMORY or the stream's code; `*handle` is
+ * stored on success only.
+ */
+ZMV_API int32_t MP4WriterOpen(MP4WriterHandle** handle, ZMVStreamBuf* hInOut, uint8_t interleave, int64_t Exp);
+/*
+ * Writes everything that precedes the frames and prepares one track per stream of `info` (borrowed). `dwStartCTS` is
+ * kept. 0; ZMV_E_FAIL, before anything is written, for counts or configurations beyond their capacity and for a second
+ * call; ZMV_E_MEMORY; the stream's code. After a failure only Close is of use.
+ */
+ZMV_API int32_t MP4WriterSetInfo(MP4WriterHandle* handle, const ZMVFileInfo* info, uint64_t dwStartCTS);
+/*
+ * Appends one frame (payload borrowed). Durations are microseconds for video, milliseconds for audio and text. 0; -1
+ * with no tracks; ZMV_E_WRITE, before anything is touched, when the file would pass 4 GiB or a table its last spill;
+ * the stream's code when the payload could not be written, and then the frame's table entries stay.
+ */
+ZMV_API int32_t MP4WriterWriteFrame(MP4WriterHandle* handle, ZMVFrame* frame);
+/* Projected size of the finished file in bytes. */
+ZMV_API uint32_t MP4WriterGetCurSize(MP4WriterHandle* handle);
+/*
+ * Finishes the file and frees the handle, which may come from an Open without SetInfo (then nothing is written); null
+ * is accepted. The stream stays open. Failed writes are traced only.
+ */
+ZMV_API void MP4WriterClose(MP4WriterHandle* handle);
+
+/* ---- Front boxes, recovery records and user boxes
+ * -------------------------------------------------------------------*/
+
+/* The "free" boxes that describe the streams, and the one of random size. 0, or the stream's code. */
+ZMV_API int32_t MP4WriterSetRecoverInfo(MP4WriterHandle* handle, const ZMVFileInfo* info);
+/* The "free" box with the build date. 0, or the stream's code. */
+ZMV_API int32_t MP4WriterSetBuildInfo(MP4WriterHandle* handle);
+/* The 28-byte "RECO" record in front of every payload; counted whatever the result. 0, or the stream's code. */
+ZMV_API int32_t MP4WriterWriteRecoverData(MP4WriterHandle* handle, MP4WriterTrack* track, const ZMVFrame* frame);
+/* The user boxes at the write cursor: their bytes, 0 when there is nothing to write. */
+ZMV_API int32_t MP4WriterWriteGPSR(MP4WriterHandle* handle);
+ZMV_API int32_t MP4WriterWriteSENS(MP4WriterHandle* handle);
+ZMV_API int32_t MP4WriterWriteAIDD(MP4WriterHandle* handle);
+
+/* ---- Sample tables
+ * --------------------------------------------------------------------------------------------------*/
+
+/*
+ * Makes room for one entry of `entrySize` bytes, spilling a full buffer into the media data as a "tabl" block. 0;
+ * ZMV_E_MEMORY for a table without buffer; ZMV_E_WRITE after 1440 spills; the stream's code, and the buffer keeps its
+ * bytes.
+ */
+ZMV_API int32_t MP4WriterWriteBuf(MP4WriterHandle* handle, MP4WriterTrack* track, MP4WriterTable* table,
+                                  uint32_t entrySize);
+/* Each adds one entry, or none when there is no room: the results are those of MP4WriterWriteBuf. */
+ZMV_API int32_t MP4WriterWriteSttsEntry(MP4WriterHandle* handle, MP4WriterTrack* track, uint32_t delta);
+ZMV_API int32_t MP4WriterWriteStszEntry(MP4WriterHandle* handle, MP4WriterTrack* track, uint32_t size);
+ZMV_API int32_t MP4WriterWriteStscEntry(MP4WriterHandle* handle, MP4WriterTrack* track);
+ZMV_API int32_t MP4WriterWriteStcoEntry(MP4WriterHandle* handle, MP4WriterTrack* track);
+ZMV_API int32_t MP4WriterWriteStssEntry(MP4WriterHandle* handle, MP4WriterTrack* track);
+/*
+ * Copies a table's spilled blocks and its buffer to the write cursor through `scratch` (the caller's, `scratchSize`
+ * bytes). 0, or the stream's code, with which the copy ended.
+ */
+ZMV_API int32_t MP4WriterWriteTable(MP4WriterHandle* handle, MP4WriterTrack* track, MP4WriterTable* table,
+                                    uint8_t* scratch, uint32_t scratchSize);
+/* Each writes one table box (ISO/IEC 14496-12, 8.6 and 8.7), or nothing for a table without entries. */
+ZMV_API int32_t MP4WriterWriteStts(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
+                                   uint32_t scratchSize);
+ZMV_API int32_t MP4WriterWriteStsz(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
+                                   uint32_t scratchSize);
+ZMV_API int32_t MP4WriterWriteStsc(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
+                                   uint32_t scratchSize);
+ZMV_API int32_t MP4WriterWriteStco(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
+                                   uint32_t scratchSize);
+ZMV_API int32_t MP4WriterWriteStss(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
+                                   uint32_t scratchSize);
+
+/* ---- Sample descriptions (ISO/IEC 14496-12 8.5.2, 14496-14 5.6, 14496-15): bytes written to `dst`
+ * -------------------*/
+
+/* The whole stsd box of a track; 0xFFFFFFFF when its configuration does not fit the box buffer (17408 bytes). */
+ZMV_API uint32_t MP4WriterMakeStsd(MP4WriterTrack* track, uint8_t* dst);
+/* The 16-byte head of a sample entry of `size` bytes in all. */
+ZMV_API uint32_t MP4WriterMakeSampleEntry(uint8_t* dst, uint32_t dwType, uint32_t size);
+/* The 36 (86) bytes of an audio (video) sample entry of `size` bytes in all, head included. */
+ZMV_API uint32_t MP4WriterMakeAudioSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size);
+ZMV_API uint32_t MP4WriterMakeVideoSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size);
+ZMV_API uint32_t MP4WriterMakeEsds(MP4WriterTrack* track, uint8_t* dst, uint8_t objectType, uint8_t streamType);
+ZMV_API uint32_t MP4WriterMakeBtrt(MP4WriterTrack* track, uint8_t* dst);
+/* `capacity` bounds the box in bytes; 0xFFFFFFFF when it does not fit or memory is short. */
+ZMV_API uint32_t MP4WriterMakeAvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity);
+ZMV_API uint32_t MP4WriterMakeHvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity);
+/* An MPEG-4 descriptor length at `*cursor`, which moves; `minimal` 0: always four bytes. Returns the bytes. */
+ZMV_API uint32_t MP4WriterSetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
