@@ -1,3 +1,7 @@
+#include <cmath>
+#include <random>
+
+#include "base/arith.h"
 #include "tests/mp4/writer_test.h"
 
 namespace zmv::test {
@@ -128,6 +132,28 @@ TEST_F(WriterFrames, Durations_HalvesGoAwayFromZeroAndHugeOnesSaturate) {
   EXPECT_EQ(WriteAudio(1, 0, 0xFFFFFFFF), 0);
   EXPECT_EQ(Track().m_dwLastDur, 0xFFFFFFFFu);
   EXPECT_EQ(Track().m_dwMediaDur, 0xFFFFFFFFu);
+}
+
+TEST_F(WriterFrames, Durations_OfEveryScale_AreRoundedAsTheMathLibraryDoes) {
+  AddVideo();
+  Start();
+  const auto expect = [this](uint32_t scale, uint32_t duration) {
+    Track().m_dwTimeScale = scale;
+    ASSERT_EQ(WriteVideo(1, 0, ZMV_NOT_KEY_FRAME, duration), 0) << scale << " " << duration;
+    const double ticks = std::round(static_cast<double>(scale) * duration / 1000000.0);
+    ASSERT_EQ(Track().m_dwLastDur, SaturatingU32(ticks)) << scale << " " << duration;
+  };
+  // Around halves, among small ticks and among the largest there are.
+  for (uint32_t half : {500000u, 1500000u, 2500000u, 4294500000u}) {
+    for (uint32_t duration : {half - 1, half, half + 1}) {
+      for (uint32_t scale : {1u, 3u, 999u, 999999u, 1000000u, 1000001u}) expect(scale, duration);
+    }
+  }
+  std::mt19937 random(5);
+  for (int i = 0; i < 20000; ++i) {
+    const uint32_t scale = static_cast<uint32_t>(random()) >> random() % 32;
+    expect(scale, static_cast<uint32_t>(random()) >> random() % 32);
+  }
 }
 
 TEST_F(WriterFrames, ConstantRate_IsOneRunAndOneOddDurationMakesThree) {

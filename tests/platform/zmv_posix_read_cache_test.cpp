@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace zmv::posix {
 namespace {
@@ -103,6 +107,34 @@ TEST_F(ReadCacheTest, Read_FivePlacesInTurn_KeepsAWindowForEach) {
   }
   // 4 + 8 + 16 + 32 + 32 ... KiB: 7 fills for each place, and what reading the count itself takes.
   EXPECT_LE(ReadCalls() - before, 5 * 8 + 10);
+}
+
+// The more often reading jumps, as it does in a longer file, the more windows would be touched if each jump took one
+// that never served.
+TEST_F(ReadCacheTest, Read_JumpsNowAndThen_KeepToTheWindowsLeftBehind) {
+  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t pages = (sizeof(ReadCache) + page - 1) / page;
+  void* memory = mmap(nullptr, pages * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(memory, MAP_FAILED);
+  auto* cache = static_cast<ReadCache*>(memory);
+  const auto touched = [&] {
+    std::vector<unsigned char> present(pages);
+    EXPECT_EQ(mincore(memory, pages * page, present.data()), 0);
+    return std::count_if(present.begin(), present.end(), [](unsigned char byte) { return (byte & 1) != 0; });
+  };
+  char bytes[100];
+  const auto read_on = [&](int64_t position) {
+    for (int i = 0; i < 200; ++i, position += 100) {
+      ASSERT_EQ(cache->Read(descriptor_, bytes, sizeof bytes, position), 100);
+      ASSERT_EQ(std::memcmp(bytes, &content_[static_cast<size_t>(position)], sizeof bytes), 0);
+    }
+  };
+  for (int64_t place : {900000, 100000, 500000}) read_on(place);
+  const auto before = touched();
+  for (int64_t place : {700000, 50000, 300000, 800000, 200000, 600000, 0, 400000}) read_on(place);
+  // Two windows: the one that serves, and the one left behind that is next.
+  EXPECT_LE(touched() - before, 4);
+  munmap(memory, pages * page);
 }
 
 TEST_F(ReadCacheTest, Read_AfterBytesWereAppended_FindsThem) {

@@ -188,6 +188,14 @@ TEST_F(PosixTrace, NullTexts_AreEmpty) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "E  :3 : text\n");
 }
 
+TEST_F(PosixTrace, NullFormat_IsNoLine) {
+  Lines lines;
+  ZMVHost_SetTraceSink(4, &Lines::Sink, &lines);
+  const char* format = nullptr;
+  ZMV_Trace("TAG", 1, "f", 1, "F", format);
+  EXPECT_THAT(lines.texts, IsEmpty());
+}
+
 TEST_F(PosixTrace, ErrorNumber_StaysAsItWas) {
   Lines lines;
   ZMVHost_SetTraceSink(

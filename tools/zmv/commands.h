@@ -1,0 +1,32 @@
+// The sub-commands. Each adds itself to the command line; running it throws ToolError or sets the exit code.
+#ifndef ZMV_TOOLS_COMMANDS_H
+#define ZMV_TOOLS_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "tools/zmv/console.h"
+#include "tools/zmv/tool_error.h"
+
+namespace zmv::tool {
+
+// What all sub-commands share.
+struct Session {
+  Console console;
+  bool json = false;
+  bool quiet = false;
+  ExitCode exit_code = kExitDone;
+};
+
+// A sub-command whose help begins with `example`, with the common options.
+CLI::App* AddCommand(CLI::App& app, Session& session, const std::string& name, const std::string& summary,
+                     const std::string& example);
+
+void AddImport(CLI::App& app, Session& session);
+void AddInfo(CLI::App& app, Session& session);
+void AddFrames(CLI::App& app, Session& session);
+void AddExport(CLI::App& app, Session& session);
+
+}  // namespace zmv::tool
+
+#endif

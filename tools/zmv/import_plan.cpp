@@ -1,0 +1,107 @@
+#include "tools/zmv/import_plan.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "tools/zmv/recorder.h"
+
+namespace zmv::tool {
+namespace {
+
+constexpr int64_t kSecondUs = 1000000;
+constexpr uint32_t kMp41FileType = 1;
+// With 20 cursors a file, the reader plays three videos beside one other track.
+constexpr uint32_t kReadableVideos = 3;
+// Up to this value the writer takes rates and durations as they are, above it as thousandths.
+constexpr uint32_t kWholeUnits = 1000;
+
+uint32_t WholeOrThousandths(uint64_t value) {
+  constexpr uint64_t kMost = UINT32_MAX / kWholeUnits;
+  const auto bounded = static_cast<uint32_t>(std::clamp<uint64_t>(value, 1, kMost));
+  return bounded <= 1 ? bounded : bounded * kWholeUnits;
+}
+
+void AddTrack(MediaSource& source, uint32_t stream, ImportPlan& plan, Console& console) {
+  const StreamDescription& description = source.streams()[stream];
+  const bool video = description.media == ZMV_MEDIA_VIDEO;
+  uint32_t& count = video ? plan.info.dwVideoCount : plan.info.dwAudioCount;
+  if (count == (video ? ZMV_MAX_VIDEO : ZMV_MAX_AUDIO)) {
+    console.Warning(fmt::format("{} is left out: a recording has room for {} of its kind", description.label, count));
+    return;
+  }
+  if (video) {
+    plan.info.m_Video[count] = description.video;
+    plan.info.m_Video[count].dwTimeScale = kVideoTimeScale;
+  } else {
+    plan.info.m_Audio = description.audio;
+  }
+  plan.tracks.push_back({&source, stream, description.media, count});
+  plan.nominal_us.push_back(description.nominal_us);
+  ++count;
+}
+
+}  // namespace
+
+ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, const std::string& software,
+                      Console& console) {
+  ImportPlan plan;
+  plan.info.m_dwFileType = kMp41FileType;
+  plan.info.dwTimeScale = kVideoTimeScale;
+  software.copy(plan.info.szSoftware, sizeof(plan.info.szSoftware) - 1);
+  for (const uint32_t media : {ZMV_MEDIA_VIDEO, ZMV_MEDIA_AUDIO}) {
+    for (const auto& source : sources) {
+      for (uint32_t stream = 0; stream < source->streams().size(); ++stream) {
+        if (source->streams()[stream].media == media) AddTrack(*source, stream, plan, console);
+      }
+    }
+  }
+  for (const auto& source : sources) plan.duration_us = std::max(plan.duration_us, source->duration_us());
+  if (plan.info.dwVideoCount > kReadableVideos) {
+    console.Warning(fmt::format("{} videos are recorded; at most {} can be played back from one file",
+                                plan.info.dwVideoCount, kReadableVideos));
+  }
+  return plan;
+}
+
+void PlanGps(const GpsTrack& track, ImportPlan& plan) {
+  // The writer keeps 2 x seconds x rate positions in memory. The rate is chosen so that all points find room, whatever
+  // their spacing; blank positions at the start of each file included.
+  const int64_t span_us = *track.points.back().utc_us - *track.points.front().utc_us;
+  const auto seconds = static_cast<uint64_t>(std::max<int64_t>(std::max(plan.duration_us, span_us) / kSecondUs, 1));
+  const uint64_t rate = track.points.size() / seconds + 1;
+  plan.info.dwTextCount = 1;
+  ZMVTextInfo& text = plan.info.m_Text[0];
+  text.dwFourCC = ZMV_FOURCC('G', 'P', 'S', ' ');
+  text.dwRate = WholeOrThousandths(rate);
+  text.dwTimeScale = kTextTimeScale;
+  text.dwBufferSize = kTelemetrySize;
+  plan.info.dwDuration = WholeOrThousandths(seconds);
+  const size_t steps = track.points.size() - 1;
+  plan.nominal_us.push_back(steps == 0 ? kSecondUs : std::max<int64_t>(span_us / static_cast<int64_t>(steps), 1000));
+}
+
+GpsFrames::GpsFrames(const GpsTrack& track, int64_t offset_us) : track_(track), offset_us_(offset_us) {
+  while (at_ < track_.points.size() && TimeOf(at_) < 0) ++at_;
+  before_start_ = at_;
+}
+
+int64_t GpsFrames::TimeOf(size_t index) const {
+  return *track_.points[index].utc_us - *track_.points.front().utc_us + offset_us_;
+}
+
+bool GpsFrames::Next(int64_t until_us, MediaFrame& frame) {
+  if (left() == 0 || TimeOf(at_) > until_us) return false;
+  const TelemetryPayload payload = PackTelemetry(track_.points[at_]);
+  frame.media = ZMV_MEDIA_TEXT;
+  frame.stream = 0;
+  frame.time_us = TimeOf(at_);
+  frame.key = true;
+  frame.data.assign(payload.begin(), payload.end());
+  ++at_;
+  return true;
+}
+
+}  // namespace zmv::tool

@@ -1,0 +1,3 @@
+#include "tools/zmv/command_line.h"
+
+int main(int argc, char** argv) { return zmv::tool::RunCommandLine(argc, argv); }

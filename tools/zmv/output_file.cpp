@@ -1,0 +1,40 @@
+#include "tools/zmv/output_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "tools/zmv/tool_error.h"
+
+namespace zmv::tool {
+
+void RequireWritable(const std::string& path, bool force) {
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) throw ToolError(path + ": is a folder");
+  if (!force && std::filesystem::exists(path, ignored)) {
+    throw ToolError(path + ": exists already; --force overwrites it");
+  }
+}
+
+OutputFile::OutputFile(const std::string& path, bool force) : path_(path) {
+  RequireWritable(path, force);
+  file_.reset(std::fopen(path.c_str(), "wb"));
+  if (file_ == nullptr) Fail();
+}
+
+void OutputFile::Fail() const { throw ToolError(path_ + ": cannot be written: " + std::strerror(errno)); }
+
+void OutputFile::Write(ByteView bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) Fail();
+}
+
+void OutputFile::Rewrite(ByteView bytes) {
+  if (std::fseek(file_.get(), 0, SEEK_SET) != 0) Fail();
+  Write(bytes);
+}
+
+void OutputFile::Close() {
+  if (std::fclose(file_.release()) != 0) Fail();
+}
+
+}  // namespace zmv::tool
