@@ -65,6 +65,26 @@ int32_t Mp4ReaderReadFrameInfo(void* reader, ZMVFrame* frame) {
   return MP4FReaderReadFrameInfo(Mp4Reader(reader), frame);
 }
 
+uint8_t Mp4ReaderSeekByTime(void* reader, uint32_t* time, uint8_t flag) {
+  return MP4FReaderSeekByTime(Mp4Reader(reader), time, flag);
+}
+
+uint8_t Mp4ReaderSeekByKeyFrame(void* reader, uint32_t* time, uint8_t flag) {
+  return MP4FReaderSeekByKeyFrame(Mp4Reader(reader), time, flag);
+}
+
+uint8_t Mp4ReaderSeekBySubtitle(void* reader, uint32_t* time, uint8_t flag) {
+  return MP4FReaderSeekBySubtitle(Mp4Reader(reader), time, flag);
+}
+
+uint8_t Mp4ReaderSeekByMedia(void* reader, uint32_t* time, uint32_t media) {
+  return MP4FReaderSeekByMedia(Mp4Reader(reader), time, media);
+}
+
+int32_t Mp4ReaderChangeTrack(void* reader, uint32_t track, uint32_t time, uint32_t media, ZMVReader*) {
+  return MP4FReaderChangeTrack(Mp4Reader(reader), track, time, media);
+}
+
 constexpr ZMVReaderOperations kMp4ReaderOperations = {
     .Open = &Mp4ReaderOpen,
     .OpenParam = nullptr,
@@ -76,11 +96,11 @@ constexpr ZMVReaderOperations kMp4ReaderOperations = {
     .ReadThumb = nullptr,
     .ReadFrame = &Mp4ReaderReadFrame,
     .ReadFrameInfo = &Mp4ReaderReadFrameInfo,
-    .SeekByTime = nullptr,
-    .SeekByKeyFrame = nullptr,
-    .SeekBySubtitle = nullptr,
-    .SeekByMedia = nullptr,
-    .ChangeTrack = nullptr,
+    .SeekByTime = &Mp4ReaderSeekByTime,
+    .SeekByKeyFrame = &Mp4ReaderSeekByKeyFrame,
+    .SeekBySubtitle = &Mp4ReaderSeekBySubtitle,
+    .SeekByMedia = &Mp4ReaderSeekByMedia,
+    .ChangeTrack = &Mp4ReaderChangeTrack,
     .GetStatus = nullptr,
     .SetStatus = nullptr,
 };

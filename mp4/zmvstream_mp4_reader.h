@@ -62,6 +62,43 @@ ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
  */
 ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame);
 
+/* ---- Seeking
+ *
+ * Times are milliseconds. `*time` is the target and receives the time of the sample that was found. The seeks return 1
+ * when done and 0 when not; every track then reads on where it read. A read that fails inside a seek leaves its track
+ * where it read and counts as done.
+ *
+ * - Backward goes to the last key frame before the first sample that reaches the target.
+ * - Nearest goes to that key frame, or to the sample itself when the next key frame is nearer to it.
+ * - Forward goes to the first sample behind the target, or at it; nothing is found when no key frame follows.
+ *
+ * A target behind the end of a track is moved to its end. Nothing is found behind the end of the movie and where data
+ * is not written yet. The first medium named leads and the others go where it went; when it is missing, the first there
+ * is of video, audio and text leads.
+ */
+
+/* Video and audio to the nearest, text backward. `audioLed` != 0: audio leads, and all go backward. */
+ZMV_API uint8_t MP4FReaderSeekByTime(MP4FReaderHandle* handle, uint32_t* time, uint8_t audioLed);
+/* Video leads; all go backward, or forward with `forward` != 0. */
+ZMV_API uint8_t MP4FReaderSeekByKeyFrame(MP4FReaderHandle* handle, uint32_t* time, uint8_t forward);
+/* Text leads, backward or forward; audio goes to the nearest, video backward. 0 without a text track. */
+ZMV_API uint8_t MP4FReaderSeekBySubtitle(MP4FReaderHandle* handle, uint32_t* time, uint8_t forward);
+/* The current track of one medium (ZMV_MEDIA_*) alone, forward. 0 for any other value. */
+ZMV_API uint8_t MP4FReaderSeekByMedia(MP4FReaderHandle* handle, uint32_t* time, uint32_t media);
+/*
+ * Makes track `rank` (0 = first) of a medium its current track and moves it backward from `time`. 0 when there is no
+ * such track, when it is current already, or when nothing is found.
+ */
+ZMV_API int32_t MP4FReaderChangeTrack(MP4FReaderHandle* handle, uint32_t rank, uint32_t time, uint32_t media);
+/*
+ * Searches one track that GetInfo has described. `mode`: 1 forward, 2 backward, 3 nearest. 1 when found: the place is
+ * pending in the track and its table cursors stand there, so StreamSeek or MP4ReaderLoadStblPos has to follow. 0 when
+ * not; any other value is the low byte of the code of a failed read.
+ */
+ZMV_API uint8_t MP4FReaderGetSeekPos(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t* time, uint32_t mode);
+/* Makes the pending place of a track the one at which it is read. Returns 1. */
+ZMV_API uint8_t MP4FReaderStreamSeek(MP4ReaderTrack* track);
+
 /* ---- Table cursors of a track: 0 or the stream's code
  * ---------------------------------------------------------------*/
 
