@@ -7,7 +7,7 @@
  * units. The two ...FromStartCode helpers therefore put the bytes back, and what is handed to them must not have them
  * already. Since unescaped sets can contain 00 00 01, a start code counts only in front of a plausible header: NAL
  * types 7, 8 and 13 for H.264, 32 to 34 for HEVC. Three- and four-byte start codes count alike; zero bytes behind a set
- * are no part of it. An access unit delimiter or an SEI message behind a four-byte start code is dropped.
+ * are no part of it. Configurations hold parameter sets only: any other unit is taken as a part of the set before it.
  */
 #ifndef ZMV_CODEC_H
 #define ZMV_CODEC_H

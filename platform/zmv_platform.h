@@ -38,8 +38,9 @@ ZMV_API void* ZMV_FileOpen(const char* path, uint32_t flags);
 ZMV_API int64_t ZMV_FileRead(void* file, void* buffer, uint32_t length);
 
 /*
- * Writes `length` bytes at the handle's position. Returns the bytes written; a result below 1 is a failure when
- * ferror() on the handle is set. A write that follows a read on the same handle is made to work by the host.
+ * Writes `length` bytes at the handle's position. Returns the bytes written, which may be fewer. Negative is a failure;
+ * so is 0 when ferror() on the handle is set, and, when a write cache is flushed, in any case. A write that follows a
+ * read on the same handle is made to work by the host.
  */
 ZMV_API int64_t ZMV_FileWrite(void* file, const void* buffer, uint32_t length);
 
@@ -101,8 +102,9 @@ ZMV_API void* ZMV_ThreadCreate(const char* name, int32_t priority, uint32_t stac
 /* Waits until the thread has ended, stores its exit value in `*exitValue` (may be null), frees the handle. 0 = done. */
 ZMV_API int32_t ZMV_ThreadDelete(void* thread, uint32_t* exitValue);
 /*
- * Ends the calling thread, which ZMV_ThreadCreate started; it does not return. Objects in the frames that are left may
- * go without destruction. A thread that returns from its entry has the exit value 0.
+ * Ends the calling thread, which ZMV_ThreadCreate started, with this exit value; it does not return. Objects in the
+ * frames that are left may go without destruction. A thread that returns from its entry has the exit value 0. In any
+ * other thread the call must not be made: libzmvplatform then traces an error and returns.
  */
 ZMV_API void ZMV_ThreadExit(uint32_t exitValue);
 

@@ -13,17 +13,6 @@ constexpr uint8_t kForbiddenBit = 0x80;
 constexpr uint8_t kEmulationPrevention = 3;
 constexpr uint32_t kEmulationZeros = 2;
 
-// Fixed header bytes of the units that may follow a parameter set.
-constexpr uint8_t kAvcSeiHeader = 0x06;
-constexpr uint8_t kAvcDelimiterHeader = 0x09;
-constexpr uint8_t kHevcPrefixSeiHeader = 0x4E;
-constexpr uint8_t kHevcSuffixSeiHeader = 0x50;
-constexpr uint8_t kHevcDelimiterHeader = 0x46;
-constexpr uint8_t kHevcBaseLayerHeader = 0x01;  // layer 0, temporal ID 0
-// A delimiter is three bits of picture type, the stop bit and four zeros.
-constexpr uint8_t kDelimiterFixedBits = 0x1F;
-constexpr uint8_t kDelimiterTail = 0x10;
-
 bool IsShortStartCode(const uint8_t* at) { return at[0] == 0 && at[1] == 0 && at[2] == 1; }
 
 }  // namespace
@@ -42,27 +31,10 @@ bool ParameterSetWalker::IsParameterSet(uint32_t at) const {
   return type >= kHevcVps && type <= kHevcPps && temporal_id_plus1 != 0;
 }
 
-bool ParameterSetWalker::IsOtherUnit(uint32_t at) const {
-  const uint32_t left = size_ - at;
-  const uint8_t* header = data_ + at;
-  if (codec_ == Codec::kAvc) {
-    if (left < 2) return false;
-    return header[0] == kAvcSeiHeader ||
-           (header[0] == kAvcDelimiterHeader && (header[1] & kDelimiterFixedBits) == kDelimiterTail);
-  }
-  if (left < 3 || header[1] != kHevcBaseLayerHeader) return false;
-  return header[0] == kHevcPrefixSeiHeader || header[0] == kHevcSuffixSeiHeader ||
-         (header[0] == kHevcDelimiterHeader && (header[2] & kDelimiterFixedBits) == kDelimiterTail);
-}
-
 bool ParameterSetWalker::FindMark(uint32_t from, Mark* mark) const {
   for (uint32_t at = from; size_ - at > kShortStartCodeSize; ++at) {
-    if (!IsShortStartCode(data_ + at)) continue;
-    const uint32_t unit = at + kShortStartCodeSize;
-    const bool parameter_set = IsParameterSet(unit);
-    const bool long_code = at > 0 && data_[at - 1] == 0;
-    if (!parameter_set && !(long_code && IsOtherUnit(unit))) continue;
-    *mark = {at, unit, parameter_set};
+    if (!IsShortStartCode(data_ + at) || !IsParameterSet(at + kShortStartCodeSize)) continue;
+    *mark = {at, at + kShortStartCodeSize};
     return true;
   }
   return false;
@@ -74,7 +46,6 @@ bool ParameterSetWalker::Next(NalSpan* unit) {
     Mark next;
     uint32_t end = FindMark(mark.unit, &next) ? next.code : size_;
     position_ = end;
-    if (!mark.parameter_set) continue;
     while (end > mark.unit && data_[end - 1] == 0) --end;
     if (end == mark.unit) continue;
     *unit = {data_ + mark.unit, end - mark.unit};

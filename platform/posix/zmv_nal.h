@@ -41,9 +41,9 @@ bool IsStartCodeForm(const uint8_t* data, uint32_t size);
 // Steps through the parameter sets of data in start-code form, escaped or not.
 //
 // Unescaped units can contain 00 00 01. A start code therefore counts only in front of a plausible header: forbidden
-// bit 0 and type 7, 8 or 13 (H.264) or 32 to 34 with a temporal ID (HEVC). An access unit delimiter or SEI message
-// behind a 4-byte start code, recognised by all of its fixed bits, ends the set before it and is not handed out. Zero
-// bytes at the end of a unit belong to the next start code or are padding: no parameter set ends with one.
+// bit 0 and type 7, 8 or 13 (H.264) or 32 to 34 with a temporal ID (HEVC); whatever else follows a set is taken as a
+// part of it. Zero bytes at the end of a unit belong to the next start code or are padding: no parameter set ends with
+// one.
 class ParameterSetWalker {
  public:
   ParameterSetWalker(Codec codec, const uint8_t* data, uint32_t size) : codec_(codec), data_(data), size_(size) {}
@@ -53,12 +53,10 @@ class ParameterSetWalker {
  private:
   struct Mark {
     uint32_t code;  // where the start code is, without its leading zero
-    uint32_t unit;  // where the unit behind it is
-    bool parameter_set;
+    uint32_t unit;  // where the parameter set behind it is
   };
   bool FindMark(uint32_t from, Mark* mark) const;
   bool IsParameterSet(uint32_t at) const;
-  bool IsOtherUnit(uint32_t at) const;
 
   Codec codec_;
   const uint8_t* data_;

@@ -20,7 +20,20 @@ bool ReadCache::Continues(const Window& window, int64_t position) {
   return window.fill != 0 && gap >= 0 && gap <= kForwardGap;
 }
 
-// The window that holds `position`, else the one that ends shortly before it, else the one longest unused, emptied.
+// A window that was left behind is used again before one that never was, so that memory is touched only for places that
+// are read in turn; one that still serves comes last.
+int ReadCache::Rank(const Window& window) const {
+  if (window.last_use == 0) return 1;
+  return clock_ - window.last_use > kLeftBehind ? 0 : 2;
+}
+
+bool ReadCache::GoesBefore(const Window& window, const Window& other) const {
+  const int difference = Rank(window) - Rank(other);
+  return difference != 0 ? difference < 0 : window.last_use < other.last_use;
+}
+
+// The window that holds `position`, else the one that ends shortly before it, else the one that can best be spared,
+// emptied.
 ReadCache::Window& ReadCache::Choose(int64_t position) {
   uint32_t chosen = 0;
   bool continued = false;
@@ -33,7 +46,7 @@ ReadCache::Window& ReadCache::Choose(int64_t position) {
     if (!continued && Continues(windows_[i], position)) {
       chosen = i;
       continued = true;
-    } else if (!continued && windows_[i].last_use < windows_[chosen].last_use) {
+    } else if (!continued && GoesBefore(windows_[i], windows_[chosen])) {
       chosen = i;
     }
   }
@@ -42,7 +55,6 @@ ReadCache::Window& ReadCache::Choose(int64_t position) {
     window.size = 0;
     window.fill = 0;
   }
-  window.last_use = ++clock_;
   current_ = chosen;
   return window;
 }
@@ -62,6 +74,7 @@ int64_t ReadCache::Read(int descriptor, void* to, uint32_t length, int64_t posit
   int64_t count = 1;
   while (left != 0) {
     Window& window = Holds(windows_[current_], position) ? windows_[current_] : Choose(position);
+    window.last_use = ++clock_;
     if (Holds(window, position)) {
       const auto offset = static_cast<uint32_t>(position - window.start);
       count = std::min(left, window.size - offset);

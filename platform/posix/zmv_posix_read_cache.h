@@ -31,12 +31,15 @@ class ReadCache {
   static constexpr uint32_t kDirectRead = 8 * 1024;
   // A read that starts this close behind a window continues it: recovery records and chunk headers are stepped over.
   static constexpr int64_t kForwardGap = 4 * 1024;
+  // A window that none of so many reads wanted was left behind: frames that are read in turn come back to each of their
+  // places within a few reads.
+  static constexpr uint64_t kLeftBehind = 64;
 
   struct Window {
     int64_t start;      // file position of the first byte
     uint32_t size;      // bytes held
     uint32_t fill;      // bytes that the last fill asked for; doubles while the window moves forward
-    uint64_t last_use;  // value of `clock_` when it was last chosen
+    uint64_t last_use;  // value of `clock_` when it last served; 0 when it never did
     uint8_t bytes[kWindowSize];
   };
 
@@ -44,10 +47,12 @@ class ReadCache {
     return static_cast<uint64_t>(position - window.start) < window.size;
   }
   static bool Continues(const Window& window, int64_t position);
+  int Rank(const Window& window) const;
+  bool GoesBefore(const Window& window, const Window& other) const;
   Window& Choose(int64_t position);
   static int64_t Fill(Window& window, int descriptor, int64_t position);
 
-  uint64_t clock_;
+  uint64_t clock_;    // reads so far, and the windows that they went through
   uint32_t current_;  // the window that served last
   Window windows_[kWindows];
 };

@@ -79,22 +79,29 @@ void Deliver(const ZMVHostTraceLine& line) {
 
 const char* OrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
+// Kept out of line: a line that is not shown sets up nothing of this.
+[[gnu::noinline]] void Show(ZMVHostTraceLine line, const char* format, va_list arguments) {
+  if (line.level > ShownLevel() || format == nullptr) return;
+  const int error = errno;
+  char text[kTextSize];
+  Format(text, sizeof text, format, arguments);
+  line.text = text;
+  Deliver(line);
+  errno = error;
+}
+
 }  // namespace
 }  // namespace zmv::posix
 
 void ZMV_Trace(const char* module, int32_t level, const char* file, uint32_t line, const char* function,
                const char* format, ...) {
   using namespace zmv::posix;
-  if (level > g_level.load(std::memory_order_relaxed)) return;
-  if (level > ShownLevel() || format == nullptr) return;
-  const int error = errno;
-  char text[kTextSize];
+  if (level > g_level.load(std::memory_order_relaxed)) [[likely]]
+    return;
   va_list arguments;
   va_start(arguments, format);
-  Format(text, sizeof text, format, arguments);
+  Show({OrEmpty(module), OrEmpty(file), OrEmpty(function), nullptr, line, level}, format, arguments);
   va_end(arguments);
-  Deliver({OrEmpty(module), OrEmpty(file), OrEmpty(function), text, line, level});
-  errno = error;
 }
 
 void ZMVHost_SetTraceSink(int32_t level, ZMVHostTraceSink sink, void* user) {

@@ -52,9 +52,9 @@ TEST_F(PosixFile, Handle_IsAStream_WithDescriptorAndErrorFlag) {
   EXPECT_GE(fileno(stream), 0);
   EXPECT_EQ(ferror(stream), 0);
   const std::string block = Pattern(1 << 20);  // more than any buffer takes
-  EXPECT_EQ(Write(file, block), 0);
+  EXPECT_LT(Write(file, block), 0);
   EXPECT_NE(ferror(stream), 0);
-  EXPECT_EQ(Write(file, block), 0);
+  EXPECT_LT(Write(file, block), 0);
   EXPECT_LT(ZMV_FileSync(file), 0);
   EXPECT_LT(ZMV_FileClose(file), 0);
 }
@@ -68,7 +68,7 @@ TEST_F(PosixFile, Write_ThatFlushesOntoAFullDisk_Fails) {
   EXPECT_GT(accepted, 0);
   EXPECT_LT(accepted, 2000);
   EXPECT_NE(ferror(static_cast<FILE*>(file)), 0);
-  EXPECT_EQ(Write(file, piece), 0);  // what was accepted is still in the way
+  EXPECT_LT(Write(file, piece), 0);  // what was accepted is still in the way
   EXPECT_LT(ZMV_FileSync(file), 0);
   EXPECT_LT(ZMV_FileClose(file), 0);
 }
@@ -102,9 +102,9 @@ TEST_F(PosixFile, Write_AfterAFailure_LandsAtThePositionBeforeItAndNothingIsLost
       count = Write(file, piece);
       if (count > 0) accepted += piece;
     }
-    EXPECT_EQ(count, 0);
+    EXPECT_LT(count, 0);
     EXPECT_NE(ferror(static_cast<FILE*>(file)), 0);
-    EXPECT_EQ(Write(file, piece), 0);
+    EXPECT_LT(Write(file, piece), 0);
     EXPECT_LT(ZMV_FileSync(file), 0);
   }
   EXPECT_GE(accepted.size(), size_t{1} << 20);
@@ -120,7 +120,7 @@ TEST_F(PosixFile, Write_OfMoreThanTheBufferFails_KeepsThePositionAndWhatWasBefor
   {
     const FullDisk full(1 << 20);
     EXPECT_EQ(Write(file, before), 1000);
-    EXPECT_EQ(Write(file, Pattern(2 << 20)), 0);
+    EXPECT_LT(Write(file, Pattern(2 << 20)), 0);
     EXPECT_NE(ferror(static_cast<FILE*>(file)), 0);
   }
   const std::string after(2 << 20, 'a');

@@ -192,7 +192,7 @@ TEST_F(PosixTrace, NullFormat_IsNoLine) {
   Lines lines;
   ZMVHost_SetTraceSink(4, &Lines::Sink, &lines);
   const char* format = nullptr;
-  ZMV_Trace("TAG", 1, "f", 1, "F", format);
+  ZMV_Trace("TAG", 1, "f", 1, "F", format, 1);
   EXPECT_THAT(lines.texts, IsEmpty());
 }
 
