@@ -23,29 +23,38 @@ struct TraceModule {
 #define ZMV_TRACE(module, level, ...) \
   ::ZMV_Trace((module).tag, (level), (module).source, __LINE__, __func__, __VA_ARGS__)
 
+// The text of a failure and the line that reports it, which the compiler fills in where the text is handed over.
+struct FailureText {
+  FailureText(const char* text, uint32_t where = __builtin_LINE()) : format(text), line(where) {}
+  const char* format;
+  uint32_t line;
+};
+
+// Entry and exit go by the line that declares the scope, a failure by its own.
 class TraceScope {
  public:
   TraceScope(const TraceModule& module, const char* function, uint32_t line = __builtin_LINE())
-      : module_(module), function_(function) {
+      : module_(module), function_(function), line_(line) {
     ::ZMV_Trace(module.tag, kTraceDebug, module.source, line, function, "Enter.\n");
   }
   // For functions whose entry line has a wording of its own, which they trace themselves.
   struct Entered {};
-  TraceScope(const TraceModule& module, const char* function, Entered) : module_(module), function_(function) {}
+  TraceScope(const TraceModule& module, const char* function, Entered, uint32_t line = __builtin_LINE())
+      : module_(module), function_(function), line_(line) {}
   ~TraceScope() {
-    if (leave_) ::ZMV_Trace(module_.tag, kTraceDebug, module_.source, 0, function_, "Leave.\n");
+    if (leave_) ::ZMV_Trace(module_.tag, kTraceDebug, module_.source, line_, function_, "Leave.\n");
   }
   TraceScope(const TraceScope&) = delete;
   TraceScope& operator=(const TraceScope&) = delete;
 
   // Traces the message as an error, drops the "Leave.\n" and hands `result` back.
   template <typename Value, typename... Arguments>
-  Value Fail(Value result, const char* format, Arguments... arguments) {
+  Value Fail(Value result, FailureText text, Arguments... arguments) {
     leave_ = false;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    ::ZMV_Trace(module_.tag, kTraceError, module_.source, 0, function_, format, arguments...);
+    ::ZMV_Trace(module_.tag, kTraceError, module_.source, text.line, function_, text.format, arguments...);
 #pragma GCC diagnostic pop
     return result;
   }
@@ -60,6 +69,7 @@ class TraceScope {
  private:
   const TraceModule& module_;
   const char* function_;
+  uint32_t line_;
   bool leave_ = true;
 };
 

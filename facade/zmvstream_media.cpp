@@ -25,35 +25,40 @@ constexpr uint32_t kVideoWidth = 4;
 constexpr uint32_t kVideoBitCount = 14;
 
 // The fields of a chunk at a cursor, one after the other. A field that is not wholly within the chunk ends the reading:
-// it and all that follow stay as they are.
+// it and all that follow stay as they are. A field within the chunk that the file does not hold is 0.
 class ChunkFields {
  public:
   ChunkFields(ZMVStreamBuf* stream, uint32_t cursor, uint32_t size)
       : stream_(stream), cursor_(cursor), start_(ZMVStreamBuf_Pos(stream, cursor)), size_(size) {}
 
   ChunkFields& U16(uint32_t& field) {
-    if (Take(2)) field = static_cast<uint32_t>(ZMVStreamBuf_ReadWordLE(stream_, cursor_, nullptr));
+    if (Take(2)) field = beyond_file_ ? 0 : static_cast<uint32_t>(ZMVStreamBuf_ReadWordLE(stream_, cursor_, nullptr));
     return *this;
   }
   ChunkFields& U32(uint32_t& field) {
-    if (Take(4)) field = static_cast<uint32_t>(ZMVStreamBuf_ReadDWordLE(stream_, cursor_, nullptr));
+    if (Take(4)) field = beyond_file_ ? 0 : static_cast<uint32_t>(ZMVStreamBuf_ReadDWordLE(stream_, cursor_, nullptr));
     return *this;
   }
   // `count` bytes, zeros where they cannot be read.
   ChunkFields& Bytes(uint8_t* to, uint32_t count) {
     if (!Take(count)) return *this;
     std::memset(to, 0, count);
-    ZMVStreamBuf_ReadBuffer(stream_, cursor_, to, count);
+    if (!beyond_file_) ZMVStreamBuf_ReadBuffer(stream_, cursor_, to, count);
     return *this;
   }
   // Goes on at `offset` of the chunk.
   ChunkFields& At(uint32_t offset) {
-    if (ended_ || offset > size_ || !MoveTo(offset)) ended_ = true;
+    if (ended_ || offset > size_) {
+      ended_ = true;
+      return *this;
+    }
+    beyond_file_ = !MoveTo(offset);
+    taken_ = offset;
     return *this;
   }
   // Leaves the cursor at the chunk's end.
   void Finish() {
-    if (taken_ != size_) MoveTo(size_);
+    if (taken_ != size_) MoveTo(size_);  // stays where the file ends before that
   }
   bool Ended() const { return ended_; }
 
@@ -66,9 +71,7 @@ class ChunkFields {
   bool MoveTo(uint32_t offset) {
     const uint64_t target = uint64_t{start_} + offset;
     if (target > UINT32_MAX) return false;
-    if (Failed(ZMVStreamBuf_Seek(stream_, cursor_, static_cast<uint32_t>(target)))) return false;
-    taken_ = offset;
-    return true;
+    return !Failed(ZMVStreamBuf_Seek(stream_, cursor_, static_cast<uint32_t>(target)));
   }
 
   ZMVStreamBuf* stream_;
@@ -77,6 +80,7 @@ class ChunkFields {
   uint32_t size_;
   uint32_t taken_ = 0;
   bool ended_ = false;
+  bool beyond_file_ = false;
 };
 
 // Whether the extra bytes that a wave format announces are there, and fit.

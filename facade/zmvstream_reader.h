@@ -73,7 +73,8 @@ ZMV_API int32_t ZMVReaderReadFrameInfo(ZMVReader* handle, ZMVFrame* frame);
 ZMV_API int32_t ReaderReadThumb(ZMVReader* handle, ZMVFrame* frame);
 
 /*
- * Seeks: 1 when done, with `*time` the time reached; 0 when not possible, in particular outside the playback window.
+ * Seeks: non-zero when done, with `*time` the time reached; 0 when not possible. A time before the playback window is
+ * raised to the window's start, one behind its end gives 0; BySubtitle does not look at the window.
  * ByTime: flag 0 video leads (nearest key frame), else audio. ByKeyFrame and BySubtitle: flag 0 backward, else forward.
  * ByMedia moves one medium only (ZMV_MEDIA_*). `*time` is milliseconds in and out, the caller's, and not null.
  * Containers without the operation give 0; ByKeyFrame then seeks by time.

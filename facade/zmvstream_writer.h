@@ -62,8 +62,9 @@ ZMV_API int32_t ZMVWriterSetInfo(ZMVWriter* handle, const ZMVFileInfo* info, uin
 /*
  * Writes one frame, when the disk has room for it and no limit of ZMVWriterParam is reached; both are judged under the
  * handle's mutex. The payload is borrowed for the call, and frame->dwSize is 0 afterwards in every case. 0;
- * ZMV_E_DISK_FULL and ZMV_E_WRITE (a limit is reached): the frame was not written and the file is consistent, close it;
- * any other negative code is the container's or the stream's.
+ * ZMV_E_DISK_FULL, or ZMV_E_WRITE for a limit that is reached: the frame was not written and the file is consistent,
+ * close it. ZMV_E_WRITE is also what a failed write of the platform gives, and any other negative code is the
+ * container's or the stream's: the frame may then be missing or incomplete in the file.
  */
 ZMV_API int32_t ZMVWriterWrite(ZMVWriter* handle, ZMVFrame* frame);
 

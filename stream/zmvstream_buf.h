@@ -25,7 +25,10 @@ extern "C" {
 
 typedef struct ZMVStreamBuf ZMVStreamBuf;
 
-/* Called when a file is closed, instead of closing it: the descriptor, synced, and the path. */
+/*
+ * Called when a file is closed, with its synced descriptor and its path (borrowed), before the library closes the
+ * descriptor. The callback must neither close the descriptor nor keep it: dup() it to work on the file any longer.
+ */
 typedef void (*ZMVStreamCloseCB)(int fd, const char* path);
 
 #define ZMV_STREAM_READ 0u
@@ -90,17 +93,24 @@ ZMV_API const char* ZMVStreamBuf_GetName(ZMVStreamBuf* handle);
 ZMV_API int64_t ZMVStreamBuf_GetError(ZMVStreamBuf* handle);
 
 /*
- * Reads up to `n` bytes into `dst`, the caller's. The count, which is short only before the end of the file, or a
- * negative code: ZMV_E_READ at the end of the file or when the platform fails, ZMV_E_SEEK, ZMV_E_FAIL for a number that
- * is not in use. Bytes that came from the cache before a failure are consumed. A file open for writing gives back what
- * was written; a read that reaches past the write-cache node being filled leaves the cursor undefined, so Seek before
- * the next access.
+ * Reads up to `n` bytes into `dst`, the caller's. The count, or a negative code: ZMV_E_READ at the end of the file or
+ * when the platform fails, ZMV_E_SEEK, ZMV_E_FAIL for a number that is not in use, ZMV_E_NOT_SUPPORTED. The count is
+ * short where the file ends and whenever the platform delivers less than it was asked for. Bytes that came from the
+ * cache before a failure are consumed.
+ *
+ * A file open for writing gives back what has reached the file and what stands in the write-cache node being filled. A
+ * node that is full and waits to be written is not seen: its bytes are missing, and the count is short before them, or
+ * the bytes that the file held there before are read. A read that reaches past the node being filled leaves the cursor
+ * undefined, so Seek before the next access.
  */
 ZMV_API int64_t ZMVStreamBuf_ReadBuffer(ZMVStreamBuf* handle, uint32_t idx, void* dst, uint32_t n);
 /*
  * Writes `n` bytes from `src` at cursor 0 of a file open for writing. The count, or a negative code:
- * ZMV_E_NOT_SUPPORTED for another cursor, ZMV_E_WRITE when the platform fails or the file would pass 4 GiB, ZMV_E_SEEK.
- * When a flush of the write cache fails, that write and every later one returns its code.
+ * ZMV_E_NOT_SUPPORTED for another cursor and for a provider that cannot write, ZMV_E_FAIL when cursor 0 is not in use,
+ * ZMV_E_WRITE when the platform fails or the file would pass 4 GiB, ZMV_E_SEEK. Without a write cache the count is what
+ * the platform wrote: it may be short, and 0 when nothing was written and the file handle has no error. With one it is
+ * `n`. When a flush of the write cache fails (ZMV_E_WRITE or ZMV_E_SEEK), that write and every later one returns its
+ * code.
  */
 ZMV_API int64_t ZMVStreamBuf_WriteBuffer(ZMVStreamBuf* handle, uint32_t idx, const void* src, uint32_t n);
 

@@ -41,10 +41,17 @@ uint32_t OpenFlags(uint32_t write, uint32_t flag) {
   return flag == 0 || WriteOption() != 0 ? ZMV_OPEN_WRITE : ZMV_OPEN_WRITE_DEFAULT;
 }
 
-// The size on disk as positions can express it; 0 when the platform does not know it.
-uint32_t SizeOnDisk(void* handle) {
-  const int64_t size = ZMV_FileSize(handle);
-  return size < 0 ? 0 : SaturatingU32(static_cast<uint64_t>(size));
+// Takes the size of a file open for reading, as positions can express it. False, and the handle is closed, when the
+// platform does not know it: every read would take the file for empty.
+bool TakeSize(ZMVStreamFile& file, const char* path) {
+  const int64_t size = ZMV_FileSize(file.m_hFile);
+  if (size < 0) {
+    ZMV_TRACE(kFileModule, kTraceError, "ZMV_FileSize failed. path(%s) ret(%ld)\n", path, static_cast<long>(size));
+    ZMV_FileClose(file.m_hFile);
+    return false;
+  }
+  file.m_dwFileSize = SaturatingU32(static_cast<uint64_t>(size));
+  return true;
 }
 
 }  // namespace
@@ -64,7 +71,7 @@ int64_t ZMVStreamFile_Open(void* owner, const char* path, uint32_t write, uint32
     return scope.Fail(kCannotOpen, "ZMV_FileOpen failed. path(%s) write(%d)\n", shown, static_cast<int>(write));
   }
   file->m_bWrite = write != 0;
-  if (write == 0) file->m_dwFileSize = SizeOnDisk(file->m_hFile);
+  if (write == 0 && !TakeSize(*file, path)) return scope.Fail(kCannotOpen);
   ZMV_TRACE(kFileModule, kTraceInfo, "File handle(%x) size(%u) file(%s) \n", LowWord(file->m_hFile), file->m_dwFileSize,
             path);
   std::strcpy(file->m_szPath, path);

@@ -57,7 +57,8 @@ typedef struct ZMVStreamFile {
 
 /*
  * Opens `path` (below 256 bytes, else ZMV_E_OPEN) for reading (`write` 0) or writing, and stores the context in the
- * first field of `*owner`. `flag` 0 chooses the plain writing mode. 0, ZMV_E_MEMORY or ZMV_E_OPEN.
+ * first field of `*owner`. `flag` 0 chooses the plain writing mode. 0, ZMV_E_MEMORY or ZMV_E_OPEN (also for a file to
+ * be read whose size cannot be had).
  */
 ZMV_API int64_t ZMVStreamFile_Open(void* owner, const char* path, uint32_t write, uint32_t flag);
 /* A second context on the same file, without cursors, stored in `newHandle`. Not for files open for writing. */

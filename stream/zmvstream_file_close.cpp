@@ -12,7 +12,7 @@ namespace zmv::stream {
 namespace {
 
 void StopFlushThread(ZMVStreamFile& file) {
-  file.m_bFlushStop = 1;
+  __atomic_store_n(&file.m_bFlushStop, uint8_t{1}, __ATOMIC_RELAXED);
   if (file.m_hFlushThread == nullptr) return;
   uint32_t exit_value = 0;
   if (ZMV_ThreadDelete(file.m_hFlushThread, &exit_value) != 0) {

@@ -69,7 +69,12 @@ int64_t ReadThroughCache(ZMVStreamFile& file, ZMVFileIndex& cursor, uint8_t* dst
   if (cached != 0) TakeFromCache(cursor, dst, cached);
   const int64_t fetched = FetchRequested(file, cursor, dst + cached, len - cached);
   if (fetched < 0) return fetched;
-  if (cursor.m_pCache != nullptr && cursor.m_dwPos < file.m_dwFileSize) RefillCache(file, cursor);
+  if (cursor.m_pCache != nullptr && cursor.m_dwPos < file.m_dwFileSize) {
+    RefillCache(file, cursor);
+  } else {
+    // The cached bytes no longer lie right before the cursor, so no Skip may go back into them.
+    DropCache(cursor);
+  }
   return cached + fetched;
 }
 

@@ -19,7 +19,7 @@ int64_t WriteDirect(ZMVStreamFile& file, ZMVFileIndex& cursor, const uint8_t* sr
   }
   const int64_t result = ZMV_FileWrite(file.m_hFile, src, len);
   if (result < 1) {
-    if (std::ferror(static_cast<std::FILE*>(file.m_hFile)) == 0) return 0;
+    if (result == 0 && std::ferror(static_cast<std::FILE*>(file.m_hFile)) == 0) return 0;
     ZMV_TRACE(kFileModule, kTraceError, "ZMV_FileWrite error err(%ld)\n", static_cast<long>(result));
     return kWriteFailed;
   }

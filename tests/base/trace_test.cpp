@@ -41,6 +41,31 @@ TEST(TraceTest, ScopeEnteredByItsOwnLine_TracesLeaveOnly) {
   EXPECT_THAT(host.Traces(4), ElementsAre("Leave.\n"));
 }
 
+// A log that names the place is of no use without a line.
+TEST(TraceTest, Scope_NamesTheLineItStandsIn) {
+  ScriptedHost host;
+  const uint32_t line = __LINE__ + 1;
+  { TraceScope scope(kModule, "Function"); }
+  { TraceScope scope(kModule, "Function", TraceScope::Entered{}); }
+  ASSERT_EQ(host.traces().size(), 3u);
+  EXPECT_EQ(host.traces()[0].line, line);
+  EXPECT_EQ(host.traces()[1].line, line);
+  EXPECT_EQ(host.traces()[2].line, line + 1);
+}
+
+TEST(TraceTest, FailedScope_NamesTheLineOfTheFailure) {
+  ScriptedHost host;
+  uint32_t line = 0;
+  {
+    TraceScope scope(kModule, "Function");
+    line = __LINE__ + 1;
+    EXPECT_EQ(scope.Fail(-1, "ret(%d) of %s\n", 3, "it"), -1);
+  }
+  ASSERT_EQ(host.traces().size(), 2u);
+  EXPECT_EQ(host.traces()[1].line, line);
+  EXPECT_EQ(host.traces()[1].text, "ret(3) of it\n");
+}
+
 int Failing(const char* message) {
   TraceScope scope(kModule, "Failing");
   return message == nullptr ? scope.Fail(-5) : scope.Fail(-7, message, 3);

@@ -330,12 +330,52 @@ TEST_F(MediaFormat, GetVideo_ShortChunk_GivesTheFieldsWithinItAndEndsThere) {
   }
 }
 
-TEST_F(MediaFormat, GetVideo_FileEndsInTheHeader_TakesNoExtraBytes) {
+// A description that was used before: every field of it must go.
+ZMVVideoInfo UsedVideo() {
+  ZMVVideoInfo video{};
+  video.dwWidth = video.dwHeight = video.dwBitCount = video.dwFourCC = video.dwExtraDataSize = kUntouched;
+  std::memset(video.abExtraData, 0xCC, sizeof video.abExtraData);
+  return video;
+}
+
+TEST_F(MediaFormat, GetVideo_FileEndsBeforeAField_GivesZeroThere) {
+  for (uint32_t left = 0; left <= 40; ++left) {
+    ByteVector cut = VideoForm(0);
+    cut.resize(left);
+    const ZMVVideoInfo video = ReadVideo(cut, 100, UsedVideo());
+    EXPECT_EQ(video.dwWidth, left >= 8 ? 640u : 0u) << left;
+    EXPECT_EQ(video.dwHeight, left >= 12 ? 360u : 0u) << left;
+    EXPECT_EQ(video.dwBitCount, left >= 16 ? 24u : 0u) << left;
+    EXPECT_EQ(video.dwFourCC, left >= 20 ? ZMV_FOURCC('H', '2', '6', '4') : 0u) << left;
+    EXPECT_EQ(video.dwExtraDataSize, 60u) << left;
+    EXPECT_EQ(Extra(video.abExtraData, 61), Join({Zeros(60), Hex("CC")})) << left;
+  }
+}
+
+TEST_F(MediaFormat, GetVideo_FileEndsInTheExtraBytes_LeavesZerosBehindThem) {
+  const ZMVVideoInfo video = ReadVideo(VideoForm(2), 44, UsedVideo());
+  EXPECT_EQ(video.dwExtraDataSize, 4u);
+  EXPECT_EQ(Extra(video.abExtraData, 5), Hex("01 02 00 00 CC"));
+}
+
+TEST_F(MediaFormat, GetVideo_FileEndsAndTheChunkIsLarge_Gives512ZeroBytes) {
   ByteVector cut = VideoForm(0);
   cut.resize(30);
-  const ZMVVideoInfo video = ReadVideo(cut, 100);
-  EXPECT_EQ(video.dwFourCC, ZMV_FOURCC('H', '2', '6', '4'));
-  EXPECT_EQ(video.dwExtraDataSize, 0u);
+  const ZMVVideoInfo video = ReadVideo(cut, 0xFFFFFFFF, UsedVideo());
+  EXPECT_EQ(video.dwExtraDataSize, 512u);
+  EXPECT_EQ(Extra(video.abExtraData, 512), Zeros(512));
+}
+
+// The chunk ends first: what lies behind its end stays, whatever the file holds.
+TEST_F(MediaFormat, GetVideo_ShortChunkInAFileThatEnds_ZeroesItsOwnFieldsOnly) {
+  ByteVector cut = VideoForm(0);
+  cut.resize(10);
+  const ZMVVideoInfo video = ReadVideo(cut, 17, UsedVideo());
+  EXPECT_EQ(video.dwWidth, 640u);
+  EXPECT_EQ(video.dwHeight, 0u);
+  EXPECT_EQ(video.dwBitCount, 0u);
+  EXPECT_EQ(video.dwFourCC, kUntouched);
+  EXPECT_EQ(video.dwExtraDataSize, kUntouched);
 }
 
 TEST_F(MediaFormat, GetVideo_WhatStreamPutWrote_ReadsBack) {

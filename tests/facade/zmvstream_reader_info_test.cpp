@@ -142,6 +142,12 @@ TEST_F(ReaderInfo, Defaults_DoNotReplaceWhatTheContainerGave) {
   EXPECT_EQ(info.m_Text[0].dwDuration, 8003u);
 }
 
+TEST_F(ReaderInfo, AudioDuration_LeftOpen_IsThatOfTheFile) {
+  fake_.info.dwDuration = 9000;
+  fake_.info.dwAudioCount = 1;
+  EXPECT_EQ(Described().m_Audio.dwDuration, 9000u);
+}
+
 TEST_F(ReaderInfo, Defaults_CoverEveryStreamInUseAndNoOther) {
   fake_.info.dwDuration = 9000;
   fake_.info.dwVideoCount = 8;

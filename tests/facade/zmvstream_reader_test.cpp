@@ -127,9 +127,12 @@ TEST_F(Reader, Sniff_ReadFails_GivesItsCode) {
 }
 
 TEST_F(Reader, Sniff_BytesBehindAShortFile_CountAsZeros) {
-  // A larger file first, so that memory handed out again would still hold its front.
-  EXPECT_EQ(OpenBytes(Join({Be32(8), Text("ftyp"), Zeros(5000)})), 0u);
+  // Memory that is not cleared would complete every one of them.
+  host_.uncleared = "ftypmoov";
   EXPECT_EQ(OpenBytes(Be32(8)), ZMV_E_UNSUPPORTED_FORMAT);
+  EXPECT_EQ(OpenBytes(Join({Be32(8), Text("f")})), ZMV_E_UNSUPPORTED_FORMAT);
+  EXPECT_EQ(OpenBytes(Join({Be32(8), Text("fty")})), ZMV_E_UNSUPPORTED_FORMAT);
+  EXPECT_EQ(OpenBytes(Join({Be32(8), Text("ftyp")})), 0u);
 }
 
 // ---- Opening and closing

@@ -147,6 +147,12 @@ TEST_F(FormatTest, Video_WithoutStartCode_IsTheHeaderAlone) {
   EXPECT_EQ(Written().size(), 120u);
 }
 
+TEST_F(FormatTest, Video_WhoseFirstByteIsNotZero_IsTheHeaderAlone) {
+  EXPECT_EQ(Put(Video("hvc1", Hex("02 00 01 40 01 0C"))), 40);
+  EXPECT_EQ(Written().size(), 40u);
+  EXPECT_EQ(HeaderSizeWord(), 40u);
+}
+
 TEST_F(FormatTest, Video_WithLessThanAStartCode_IsTheHeaderAlone) {
   EXPECT_EQ(Put(Video("hvc1", {})), 40);
   EXPECT_EQ(Put(Video("hvc1", Hex("00"))), 40);
@@ -173,6 +179,18 @@ TEST_F(FormatTest, Video_BitCount_SizesTheImage) {
   video.dwBitCount = 32;
   EXPECT_EQ(Put(video), 40);
   EXPECT_EQ(ByteVector(Written().begin() + 14, Written().begin() + 24), Hex("2000 48323634 3C000000"));  // 3 * 5 * 4
+}
+
+TEST_F(FormatTest, Video_BytesOfAPixel_AreTakenIn13Bits) {
+  ZMVVideoInfo video = Video("H264", {});
+  video.dwWidth = 3;
+  video.dwHeight = 5;
+  video.dwBitCount = 0x10010;  // 0x2002 bytes, of which 2 remain
+  EXPECT_EQ(Put(video), 40);
+  EXPECT_EQ(ByteVector(Written().begin() + 14, Written().begin() + 24), Hex("1000 48323634 1E000000"));
+  video.dwBitCount = 0xFFF8;  // 0x1FFF bytes
+  EXPECT_EQ(Put(video), 40);
+  EXPECT_EQ(ByteVector(Written().begin() + 60, Written().begin() + 64), Le32(15 * 0x1FFF));
 }
 
 TEST_F(FormatTest, Video_AllZeroDescription_IsTheTextForm) {

@@ -1,3 +1,6 @@
+#include <chrono>
+#include <thread>
+
 #include "stream/zmvstream_file.h"
 #include "tests/stream/stream_test.h"
 
@@ -139,6 +142,27 @@ TEST_F(CloseTest, Close_JoinsAFlushThreadBeforeTheLastFlush) {
   CloseFile(file);
   EXPECT_THAT(EndCalls(), ElementsAre("thread", "write 3", "close"));
   EXPECT_THAT(host.Traces(1), IsEmpty());
+}
+
+// Ends when it is told to, and counts itself; after five seconds it gives up.
+int told_to_stop = 0;
+void FlushUntilStopped(void* context) {
+  auto* const file = static_cast<ZMVStreamFile*>(context);
+  for (int i = 0; i < 5000; ++i) {
+    if (__atomic_load_n(&file->m_bFlushStop, __ATOMIC_RELAXED) != 0) {
+      ++told_to_stop;
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+TEST_F(CloseTest, Close_TellsAFlushThreadToStopBeforeItJoinsIt) {
+  ZMVStreamFile* const file = WriteFile(0);
+  told_to_stop = 0;
+  file->m_hFlushThread = ZMV_ThreadCreate("flush", 0, 0x20000, &FlushUntilStopped, file);
+  CloseFile(file);
+  EXPECT_EQ(told_to_stop, 1);
 }
 
 TEST_F(CloseTest, Close_WithAFlushThreadThatDoesNotEnd_SaysSo) {

@@ -207,6 +207,19 @@ TEST_F(CursorTest, Skip_BackInsideTheCache_NeedsOneMoreConsumedByte) {
   EXPECT_EQ(NextBytes(file, 2), Pattern(2, 4));
 }
 
+// The last fetch goes past the cache and leaves nothing to refill it with.
+TEST_F(CursorTest, Skip_BackAfterAReadToTheEnd_DoesNotGoIntoTheCacheBefore) {
+  ZMVStreamFile* const file = ReadFile(Pattern(1032));
+  Cursor(file, 1024);
+  NextBytes(file, 4);
+  NextBytes(file, 1024);
+  EXPECT_EQ(NextBytes(file, 4), Pattern(4, 1028));
+  ASSERT_EQ(ZMVStreamFile_Pos(file, 0), 1032u);
+  EXPECT_EQ(ZMVStreamFile_Skip(file, 0, -4), 0);
+  EXPECT_EQ(ZMVStreamFile_Pos(file, 0), 1028u);
+  EXPECT_EQ(NextBytes(file, 4), Pattern(4, 1028));
+}
+
 TEST_F(CursorTest, Skip_OfNothing_KeepsThePosition) {
   ZMVStreamFile* const file = CachedFile();
   EXPECT_EQ(ZMVStreamFile_Skip(file, 0, 0), 0);

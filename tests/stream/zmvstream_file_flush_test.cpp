@@ -57,6 +57,24 @@ TEST_F(FlushTest, WriteCache_ThatFails_KeepsTheNode) {
   EXPECT_EQ(file->m_dwFilePos, 0u);
 }
 
+TEST_F(FlushTest, WriteCache_WithAnyResultBelowOne_FailsWithoutAnErrorOfTheStream) {
+  ZMVStreamFile* const file = ReadyFile();
+  ZMVWCacheNode* const node = file->m_pFlushNode;
+  for (const int64_t result : {-5, 0}) {
+    host.ClearRecords();
+    host.write_result = result;
+    EXPECT_EQ(ZMVStreamFile_WriteCache(file), int64_t{Result(ZMV_E_WRITE)});
+    EXPECT_THAT(host.Traces(1),
+                ElementsAre("SysFileWrite error. ret(" + std::to_string(result) + ") Pos(0) Size(8)\n"));
+    EXPECT_EQ(file->m_pFlushNode, node);
+    EXPECT_EQ(node->m_bReady, 1);
+    EXPECT_EQ(file->m_dwFilePos, 0u);
+  }
+  host.write_result.reset();
+  EXPECT_EQ(ZMVStreamFile_WriteCache(file), 0);
+  EXPECT_EQ(host.File("out"), Text("ABCDEFGH"));
+}
+
 TEST_F(FlushTest, WriteCache_WithAFailingSeek_IsReported) {
   ZMVStreamFile* const file = ReadyFile();
   file->m_dwFilePos = 3;

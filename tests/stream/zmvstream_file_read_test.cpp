@@ -355,6 +355,24 @@ TEST_F(ReadTest, Peek_BelowTheStart_IsRefused) {
   EXPECT_EQ(ZMVStreamFile_ShowPos(file), 0u);
 }
 
+TEST_F(ReadTest, Peek_OutsideThePositionsThereAre_IsRefusedWithoutACall) {
+  ZMVStreamFile* const file = ReadFile(Pattern(10));
+  ASSERT_EQ(ZMVStreamFile_ShowSkip(file, 5), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, -5), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, INT32_MAX), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, INT32_MAX), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, 1), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowPos(file), 0xFFFFFFFFu);  // the last one
+  const uint64_t seeks = host.Count(HostCall::kSeek);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, 1), int64_t{Result(ZMV_E_SEEK)});
+  EXPECT_EQ(ZMVStreamFile_ShowPos(file), 0xFFFFFFFFu);
+  EXPECT_EQ(host.Count(HostCall::kSeek), seeks);
+  EXPECT_EQ(ZMVStreamFile_ShowReset(file), 0);
+  EXPECT_EQ(ZMVStreamFile_ShowSkip(file, -1), int64_t{Result(ZMV_E_SEEK)});
+  EXPECT_EQ(host.Count(HostCall::kSeek), seeks + 1);  // to the peek position
+  EXPECT_EQ(ZMVStreamFile_ShowPos(file), 0u);
+}
+
 TEST_F(ReadTest, Peek_OnAWritingFile_IsNotSupported) {
   ZMVStreamFile* const file = WriteFile(0);
   uint8_t byte = 0;

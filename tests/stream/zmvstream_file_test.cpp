@@ -84,10 +84,41 @@ TEST_F(FileTest, Open_OfAFileBeyond4GiB_SeesItsFirst4GiB) {
   EXPECT_EQ(ZMVStreamFile_GetFilesize(file), 0x100000005);
 }
 
-TEST_F(FileTest, Open_OfAFileOfUnknownSize_TakesItAsEmpty) {
+TEST_F(FileTest, Open_OfAFileWhoseSizeCannotBeHad_ClosesItAndLeavesNothingBehind) {
+  host.PutFile("in", Pattern(10));
   host.Fail(HostCall::kSize, 1);
-  ZMVStreamFile* const file = ReadFile(Pattern(10));
-  EXPECT_EQ(ZMVStreamFile_Size(file), 0);
+  ZMVStreamFile* file = nullptr;
+  EXPECT_EQ(ZMVStreamFile_Open(&file, "in", 0, 1), int64_t{Result(ZMV_E_OPEN)});
+  EXPECT_EQ(file, nullptr);
+  EXPECT_THAT(host.Traces(1), ElementsAre("ZMV_FileSize failed. path(in) ret(-1)\n"));
+  EXPECT_EQ(host.Count(HostCall::kOpen), 1u);
+  EXPECT_EQ(host.Count(HostCall::kClose), 1u);
+  EXPECT_EQ(host.LiveBlocks(), 0u);
+}
+
+// The application's close callback takes over files that were open, not ones that could not be opened.
+TEST_F(FileTest, Open_OfAFileWhoseSizeCannotBeHad_IsNotHandedToTheCallback) {
+  host.PutFile("in", Pattern(10));
+  ZMVStreamFile_SetOption(1, [](int, const char*) { FAIL(); });
+  host.Fail(HostCall::kSize, 1);
+  ZMVStreamFile* file = nullptr;
+  EXPECT_EQ(ZMVStreamFile_Open(&file, "in", 0, 1), int64_t{Result(ZMV_E_OPEN)});
+  EXPECT_EQ(host.Count(HostCall::kClose), 1u);
+}
+
+TEST_F(FileTest, Open_ForWriting_DoesNotAskForTheSize) {
+  host.Fail(HostCall::kSize, 1, ScriptedHost::kForGood);
+  EXPECT_EQ(ZMVStreamFile_Size(WriteFile(0)), 0);
+  EXPECT_EQ(host.Count(HostCall::kSize), 0u);
+}
+
+TEST_F(FileTest, Dup_TakesTheSizeOfTheOriginal) {
+  ZMVStreamFile* const file = ReadFile(Pattern(100));
+  host.Fail(HostCall::kSize, 1, ScriptedHost::kForGood);
+  ZMVStreamBuf handle = {};
+  ASSERT_EQ(ZMVStreamFile_Dup(file, &handle), 0);
+  EXPECT_EQ(ZMVStreamFile_Size(handle.hInOut), 100);
+  ZMVStreamFile_Close(handle.hInOut);
 }
 
 TEST_F(FileTest, Dup_HasItsOwnHandleAndNoCursors) {

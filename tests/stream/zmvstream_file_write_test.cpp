@@ -67,6 +67,23 @@ TEST_F(WriteTest, WriteWithoutCache_ThatFails_IsReported) {
   EXPECT_EQ(ZMVStreamFile_Size(file), 0);
 }
 
+TEST_F(WriteTest, WriteWithoutCache_WithANegativeResult_FailsWithoutAnErrorOfTheStream) {
+  ZMVStreamFile* const file = WriteFile(0);
+  host.write_result = -5;
+  EXPECT_EQ(Write(file, Text("ABCD")), int64_t{Result(ZMV_E_WRITE)});
+  EXPECT_THAT(host.Traces(1), ElementsAre("ZMV_FileWrite error err(-5)\n"));
+  EXPECT_EQ(ZMVStreamFile_Pos(file, 0), 0u);
+  EXPECT_EQ(ZMVStreamFile_Size(file), 0);
+}
+
+TEST_F(WriteTest, WriteWithoutCache_OfZeroBytesWithoutAnErrorOfTheStream_IsNoFailure) {
+  ZMVStreamFile* const file = WriteFile(0);
+  host.write_result = 0;
+  EXPECT_EQ(Write(file, Text("ABCD")), 0);
+  EXPECT_THAT(host.Traces(1), IsEmpty());
+  EXPECT_EQ(ZMVStreamFile_Pos(file, 0), 0u);
+}
+
 TEST_F(WriteTest, WriteWithoutCache_CutShort_ReturnsTheCount) {
   ZMVStreamFile* const file = WriteFile(0);
   host.file_capacity = 3;

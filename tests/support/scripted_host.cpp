@@ -238,6 +238,18 @@ bool Enter(HostCall call) {
 void Note(HostCall call, const std::string& name, uint64_t position, uint64_t size, int64_t result) {
   if (ScriptedHost* host = ScriptedHost::Current()) host->Note(call, name, position, size, result);
 }
+std::string_view Uncleared() {
+  ScriptedHost* host = ScriptedHost::Current();
+  return host == nullptr ? std::string_view("\xCD") : std::string_view(host->uncleared);
+}
+// The pattern over and over; zeros for an empty one.
+void FillBlock(void* memory, size_t size, std::string_view pattern) {
+  if (pattern.size() < 2) {
+    memset(memory, pattern.empty() ? 0 : pattern[0], size);
+    return;
+  }
+  for (size_t i = 0; i < size; ++i) static_cast<char*>(memory)[i] = pattern[i % pattern.size()];
+}
 }  // namespace
 
 extern "C" {
@@ -279,6 +291,11 @@ int64_t ZMV_FileRead(void* handle, void* buffer, uint32_t length) {
 int64_t ZMV_FileWrite(void* handle, const void* buffer, uint32_t length) {
   ScriptedHost* host = ScriptedHost::Current();
   OpenFile& open = Opened(handle);
+  if (host->write_result.has_value()) {
+    Enter(HostCall::kWrite);
+    Note(HostCall::kWrite, open.file->path, open.position, length, *host->write_result);
+    return *host->write_result;
+  }
   int64_t result = 0;
   if (Enter(HostCall::kWrite)) {
     uint64_t room = open.position < host->file_capacity ? host->file_capacity - open.position : 0;
@@ -336,8 +353,7 @@ void* ZMV_Malloc(uint32_t size, uint32_t, int32_t fill, const char*, uint32_t, c
   ScriptedHost* host = ScriptedHost::Current();
   void* memory = nullptr;
   if (Enter(HostCall::kMalloc) && (host == nullptr || size <= host->max_block)) memory = malloc(size == 0 ? 1 : size);
-  // Memory that need not be cleared holds a pattern, so that nobody comes to rely on zeros.
-  if (memory != nullptr) memset(memory, fill == ZMV_FILL_ZERO ? 0 : 0xCD, size == 0 ? 1 : size);
+  if (memory != nullptr) FillBlock(memory, size == 0 ? 1 : size, fill == ZMV_FILL_ZERO ? "" : Uncleared());
   if (host != nullptr && memory != nullptr) host->AddBlock(memory, size, function);
   Note(HostCall::kMalloc, function, 0, size, memory == nullptr ? -1 : 0);
   return memory;
@@ -429,8 +445,8 @@ int32_t ZMV_ThreadDelete(void* handle, uint32_t* exitValue) {
 
 void ZMV_ThreadExit(uint32_t exitValue) { pthread_exit(reinterpret_cast<void*>(uintptr_t{exitValue})); }
 
-void ZMV_Trace(const char* module, int32_t level, const char* file, uint32_t, const char* function, const char* format,
-               ...) {
+void ZMV_Trace(const char* module, int32_t level, const char* file, uint32_t line, const char* function,
+               const char* format, ...) {
   ScriptedHost* host = ScriptedHost::Current();
   if (host == nullptr || level > host->trace_level) return;
   char text[1024];
@@ -438,7 +454,7 @@ void ZMV_Trace(const char* module, int32_t level, const char* file, uint32_t, co
   va_start(arguments, format);
   vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  host->AddTrace({module, level, file, function, text});
+  host->AddTrace({module, level, file, function, text, line});
 }
 
 uint64_t ZMV_GetSystemTick(void) {

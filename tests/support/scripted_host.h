@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,6 +60,7 @@ struct TraceRecord {
   std::string file;
   std::string function;
   std::string text;
+  uint32_t line;
 };
 
 struct MemoryFile;
@@ -82,6 +84,8 @@ class ScriptedHost {
   uint64_t presized = 0;
   // The longest result of one read or write call.
   uint64_t max_transfer = UINT64_MAX;
+  // What writes answer when set: nothing is written, and the stream has no error.
+  std::optional<int64_t> write_result;
 
   // ---- Failures: the nth call from now (1 = the next one), once or from then on.
   void Fail(HostCall call, uint64_t nth, Duration duration = kOnce);
@@ -106,6 +110,8 @@ class ScriptedHost {
   std::vector<std::string> LiveList() const;
   // A request above this size fails.
   uint64_t max_block = UINT64_MAX;
+  // What memory that need not be cleared holds, over and over: nobody is to rely on zeros.
+  std::string uncleared = "\xCD";
 
   // ---- Clock and disk
   uint64_t tick = 1000;
