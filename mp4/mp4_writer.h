@@ -24,8 +24,12 @@ inline int64_t WriteBytes(MP4WriterHandle& writer, const void* bytes, uint32_t c
   return ZMVStreamBuf_WriteBuffer(writer.m_hInOut, writer.m_dwWidx, bytes, count);
 }
 
-// The same as a result: 0, or the code, which has then been traced.
-int32_t WriteOrTrace(MP4WriterHandle& writer, const void* bytes, uint32_t count);
+// A write's count as a result: 0, or a code, which has then been traced. Less than all is ZMV_E_WRITE.
+int32_t CheckWritten(int64_t written, uint32_t count);
+
+inline int32_t WriteOrTrace(MP4WriterHandle& writer, const void* bytes, uint32_t count) {
+  return CheckWritten(WriteBytes(writer, bytes, count), count);
+}
 
 // Where the next byte of mdat goes.
 inline uint32_t MdatEnd(const MP4WriterHandle& writer) { return writer.m_dwMdatPos + writer.m_dwMdatSize; }
@@ -34,6 +38,27 @@ inline uint32_t MdatEnd(const MP4WriterHandle& writer) { return writer.m_dwMdatP
 inline void GrowMdat(MP4WriterHandle& writer, uint32_t bytes) {
   writer.m_dwCurSize += bytes;
   writer.m_dwMdatSize += bytes;
+}
+
+// Takes the write cursor to `position` after writes that were incomplete: back over what they left behind, or forth
+// over zeros in place of what they left out. 0, or the stream's code.
+int32_t AlignCursor(MP4WriterHandle& writer, uint32_t position);
+
+// Writes more of mdat where the cursor stands.
+inline int64_t ContinueMedia(MP4WriterHandle& writer, const void* bytes, uint32_t count) {
+  const int64_t written = WriteBytes(writer, bytes, count);
+  if (written != count) [[unlikely]]
+    writer.m_bMisplaced = 1;
+  return written;
+}
+
+// Writes at the end of mdat, which is where the tables will look for it, whatever became of the writes before.
+inline int64_t WriteMedia(MP4WriterHandle& writer, const void* bytes, uint32_t count) {
+  if (writer.m_bMisplaced != 0) [[unlikely]] {
+    if (const int32_t result = AlignCursor(writer, MdatEnd(writer)); Failed(result)) return result;
+    writer.m_bMisplaced = 0;
+  }
+  return ContinueMedia(writer, bytes, count);
 }
 
 // ---- What a file description means to the writer

@@ -22,6 +22,9 @@ uint32_t MakeMovieHeader(const MP4WriterHandle& writer, uint8_t* dst);
 // since it carries the duration of raw audio over to samples.
 uint32_t MakeTrackHeader(MP4WriterTrack& track, uint8_t* dst);
 
+// The whole stsd box of a track into `dst`; returns its bytes, or kNoSampleDescription.
+uint32_t MakeStsd(MP4WriterTrack& track, uint8_t* dst);
+
 }  // namespace zmv::mp4
 
 #endif

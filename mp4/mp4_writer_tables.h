@@ -37,6 +37,16 @@ int32_t AppendSyncSample(MP4WriterHandle& writer, MP4WriterTrack& track);
 // Writes the open run of stts, whatever its delta.
 int32_t CloseTimeToSampleRun(MP4WriterHandle& writer, MP4WriterTrack& track);
 
+// Adds an entry with one of the above; when its spill fails, once more, because the samples of all later frames would
+// be found with the entries of others if it were left out. The first result, whatever became of the second attempt.
+template <typename Append, typename... Numbers>
+inline int32_t Insist(Append append, MP4WriterHandle& writer, MP4WriterTrack& track, Numbers... numbers) {
+  const int32_t result = append(writer, track, numbers...);
+  if (Failed(result)) [[unlikely]]
+    append(writer, track, numbers...);
+  return result;
+}
+
 // Memory through which spilled blocks are copied.
 struct Scratch {
   uint8_t* bytes;

@@ -40,16 +40,23 @@ ZMV_API int32_t MP4WriterOpen(MP4WriterHandle** handle, ZMVStreamBuf* hInOut, ui
  */
 ZMV_API int32_t MP4WriterSetInfo(MP4WriterHandle* handle, const ZMVFileInfo* info, uint64_t dwStartCTS);
 /*
- * Appends one frame (payload borrowed). Durations are microseconds for video, milliseconds for audio and text. 0; -1
- * with no tracks; ZMV_E_WRITE, before anything is touched, when the file would pass 4 GiB or a table its last spill;
- * the stream's code when the payload could not be written, and then the frame's table entries stay.
+ * Appends one frame (payload borrowed). Durations are microseconds for video, milliseconds for audio and text. A stream
+ * number that no track has goes to the last track.
+ * 0; ZMV_E_FAIL for a null handle, frame, or payload of a size other than 0; -1 with no tracks; ZMV_E_WRITE, before
+ * anything is touched, when the closed file could pass 4 GiB or a table its last spill.
+ * The stream's code when the payload could not be written, the first of two; when interleaving, also that of a chunk
+ * offset for which the full table could not be spilled (ZMV_E_WRITE for a write that was cut short), and then the
+ * payload is not tried. The frame's table entries stay, and later frames are found where they are. A payload that the
+ * stream took only in part counts as written.
  */
 ZMV_API int32_t MP4WriterWriteFrame(MP4WriterHandle* handle, ZMVFrame* frame);
 /* Projected size of the finished file in bytes. */
 ZMV_API uint32_t MP4WriterGetCurSize(MP4WriterHandle* handle);
 /*
- * Finishes the file and frees the handle, which may come from an Open without SetInfo (then nothing is written); null
- * is accepted. The stream stays open. Failed writes are traced only.
+ * Finishes the file and frees the handle, which may come from an Open without SetInfo or from a SetInfo that failed
+ * before the frames could begin (then nothing is written); null is accepted. The stream stays open and the caller's,
+ * with the two cursors that Open took. Failed writes are traced only; without memory for the box buffer nothing is
+ * written behind the frames but the user boxes.
  */
 ZMV_API void MP4WriterClose(MP4WriterHandle* handle);
 
@@ -60,7 +67,10 @@ ZMV_API void MP4WriterClose(MP4WriterHandle* handle);
 ZMV_API int32_t MP4WriterSetRecoverInfo(MP4WriterHandle* handle, const ZMVFileInfo* info);
 /* The "free" box with the build date. 0, or the stream's code. */
 ZMV_API int32_t MP4WriterSetBuildInfo(MP4WriterHandle* handle);
-/* The 28-byte "RECO" record in front of every payload; counted whatever the result. 0, or the stream's code. */
+/*
+ * The 28-byte "RECO" record in front of every payload. 0, or the stream's code; counted whatever the result: the next
+ * write to the media data puts zeros in place of what is missing.
+ */
 ZMV_API int32_t MP4WriterWriteRecoverData(MP4WriterHandle* handle, MP4WriterTrack* track, const ZMVFrame* frame);
 /* The user boxes at the write cursor: their bytes, 0 when there is nothing to write. */
 ZMV_API int32_t MP4WriterWriteGPSR(MP4WriterHandle* handle);
@@ -72,8 +82,9 @@ ZMV_API int32_t MP4WriterWriteAIDD(MP4WriterHandle* handle);
 
 /*
  * Makes room for one entry of `entrySize` bytes, spilling a full buffer into the media data as a "tabl" block. 0;
- * ZMV_E_MEMORY for a table without buffer; ZMV_E_WRITE after 1440 spills; the stream's code, and the buffer keeps its
- * bytes.
+ * ZMV_E_FAIL for null arguments (`track` is not used); ZMV_E_MEMORY for a table without buffer; ZMV_E_WRITE after 1440
+ * spills or for a write that was cut short; the stream's code. After a failed spill the buffer keeps its bytes, and the
+ * next one overwrites what it left in the file.
  */
 ZMV_API int32_t MP4WriterWriteBuf(MP4WriterHandle* handle, MP4WriterTrack* track, MP4WriterTable* table,
                                   uint32_t entrySize);
@@ -85,11 +96,16 @@ ZMV_API int32_t MP4WriterWriteStcoEntry(MP4WriterHandle* handle, MP4WriterTrack*
 ZMV_API int32_t MP4WriterWriteStssEntry(MP4WriterHandle* handle, MP4WriterTrack* track);
 /*
  * Copies a table's spilled blocks and its buffer to the write cursor through `scratch` (the caller's, `scratchSize`
- * bytes). 0, or the stream's code, with which the copy ended.
+ * bytes; used only when there are blocks). 0; ZMV_E_FAIL for null arguments (`track` is not used) or blocks without
+ * scratch; otherwise the code with which the copy ended: the stream's, ZMV_E_READ for a block that ends early, or
+ * ZMV_E_WRITE for a write that was cut short.
  */
 ZMV_API int32_t MP4WriterWriteTable(MP4WriterHandle* handle, MP4WriterTrack* track, MP4WriterTable* table,
                                     uint8_t* scratch, uint32_t scratchSize);
-/* Each writes one table box (ISO/IEC 14496-12, 8.6 and 8.7), or nothing for a table without entries. */
+/*
+ * Each writes one table box (ISO/IEC 14496-12, 8.6 and 8.7), or nothing for a table without entries. The results are
+ * those of MP4WriterWriteTable; the stsc of interleaved raw audio needs 12 bytes of scratch, else ZMV_E_FAIL.
+ */
 ZMV_API int32_t MP4WriterWriteStts(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
                                    uint32_t scratchSize);
 ZMV_API int32_t MP4WriterWriteStsz(MP4WriterHandle* handle, MP4WriterTrack* track, uint8_t* scratch,
@@ -104,19 +120,36 @@ ZMV_API int32_t MP4WriterWriteStss(MP4WriterHandle* handle, MP4WriterTrack* trac
 /* ---- Sample descriptions (ISO/IEC 14496-12 8.5.2, 14496-14 5.6, 14496-15): bytes written to `dst`
  * -------------------*/
 
-/* The whole stsd box of a track; 0xFFFFFFFF when its configuration does not fit the box buffer (17408 bytes). */
+/*
+ * The whole stsd box of a track; `dst` has room for 17408 bytes. 0xFFFFFFFF, with part of a box in `dst`, for null
+ * arguments, a configuration above 16267 bytes, one that cannot be converted or outgrows the room when emulation
+ * prevention is put back, and without memory for the conversion. A code that no sample entry stands for gives a box of
+ * 16 bytes without an entry.
+ */
 ZMV_API uint32_t MP4WriterMakeStsd(MP4WriterTrack* track, uint8_t* dst);
-/* The 16-byte head of a sample entry of `size` bytes in all. */
+/* The 16-byte head of a sample entry of `size` bytes in all; 0 for a null `dst`. */
 ZMV_API uint32_t MP4WriterMakeSampleEntry(uint8_t* dst, uint32_t dwType, uint32_t size);
-/* The 36 (86) bytes of an audio (video) sample entry of `size` bytes in all, head included. */
+/* The 36 (86) bytes of an audio (video) sample entry of `size` bytes in all, head included; 0 for null arguments. */
 ZMV_API uint32_t MP4WriterMakeAudioSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size);
 ZMV_API uint32_t MP4WriterMakeVideoSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size);
+/*
+ * The esds box: 35 bytes without a configuration, up to 40 more than a configuration. At least 92 bytes of `dst` are
+ * written: what a shorter box leaves of them is cleared. 0xFFFFFFFF for null arguments and for a configuration above
+ * 16267 bytes.
+ */
 ZMV_API uint32_t MP4WriterMakeEsds(MP4WriterTrack* track, uint8_t* dst, uint8_t objectType, uint8_t streamType);
+/* The 20 bytes of the btrt box: a fixed buffer size, and the track's bit rate as maximum and average; 0 for null. */
 ZMV_API uint32_t MP4WriterMakeBtrt(MP4WriterTrack* track, uint8_t* dst);
-/* `capacity` bounds the box in bytes; 0xFFFFFFFF when it does not fit or memory is short. */
+/*
+ * `capacity` bounds the box in bytes. 0xFFFFFFFF for null arguments, a configuration that cannot be converted, a box
+ * that does not fit, or when memory is short. The avcC box clears up to 20 bytes first.
+ */
 ZMV_API uint32_t MP4WriterMakeAvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity);
 ZMV_API uint32_t MP4WriterMakeHvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity);
-/* An MPEG-4 descriptor length at `*cursor`, which moves; `minimal` 0: always four bytes. Returns the bytes. */
+/*
+ * An MPEG-4 descriptor length below 2^28 at `*cursor`, which moves; `minimal` 0: always four bytes. Returns the bytes;
+ * 0 for null.
+ */
 ZMV_API uint32_t MP4WriterSetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal);
 
 #ifdef __cplusplus

@@ -117,7 +117,7 @@ uint32_t SettleTableSizes(MP4WriterTrack& track) {
 
 void WriteSampleTable(BoxBuilder& out, MP4WriterTrack& track) {
   Box stbl(out, FourCC("stbl"));
-  const uint32_t stsd = MP4WriterMakeStsd(&track, out.At());
+  const uint32_t stsd = MakeStsd(track, out.At());
   // One that could not be built counts as -1 byte, and what it left behind is not part of the box.
   if (stsd == kNoSampleDescription) {
     out.Elsewhere(kNoSampleDescription);

@@ -24,12 +24,12 @@ bool HasSamples(const MP4WriterTrack& track) { return track.m_Stsz.m_dwEntryNum 
 // The entries that only now are known: the last chunk's, and of each track the duration of its last frame, which is
 // taken to last as long as the one before it. They may still spill into mdat.
 void CloseTableRuns(MP4WriterHandle& writer) {
-  if (writer.m_pLastTrack != nullptr) AppendSampleToChunk(writer, *writer.m_pLastTrack);
+  if (writer.m_pLastTrack != nullptr) Insist(AppendSampleToChunk, writer, *writer.m_pLastTrack);
   for (uint32_t i = 0; i < writer.m_dwTrackNum; ++i) {
     MP4WriterTrack& track = *writer.m_pTrack[i];
     if (!HasSamples(track)) continue;
-    AppendTimeToSample(writer, track, track.m_dwLastDur);
-    CloseTimeToSampleRun(writer, track);
+    Insist(AppendTimeToSample, writer, track, track.m_dwLastDur);
+    Insist(CloseTimeToSampleRun, writer, track);
   }
 }
 
@@ -77,7 +77,8 @@ void CoverUnusedSpace(MP4WriterHandle& writer, uint32_t user_size, uint32_t moov
   const int64_t rest = file_size - int64_t{user_size} - int64_t{writer.m_dwMdatSize} - int64_t{writer.m_dwRecoverSize} -
                        int64_t{moov_size} - int64_t{kFrontBoxesSize};
   if (rest <= 0) return;
-  WriteBoxHeader(writer, FourCC("free"), static_cast<uint32_t>(std::max(rest, int64_t{kBoxHeaderSize})));
+  // The low half of a larger size; a box is its header at least.
+  WriteBoxHeader(writer, FourCC("free"), std::max(static_cast<uint32_t>(rest), kBoxHeaderSize));
 }
 
 void PatchSize(MP4WriterHandle& writer, uint32_t position, uint32_t size) {
@@ -91,15 +92,24 @@ void PatchSize(MP4WriterHandle& writer, uint32_t position, uint32_t size) {
   WriteOrTrace(writer, bytes, sizeof bytes);
 }
 
+// The user boxes; moov then follows at their full size, whether or not they could be written.
+uint32_t WriteAlignedUserBoxes(MP4WriterHandle& writer) {
+  const uint32_t position = ZMVStreamBuf_Pos(writer.m_hInOut, writer.m_dwWidx);
+  const uint32_t size = WriteUserBoxes(writer);
+  AlignCursor(writer, position + size);
+  return size;
+}
+
 void Finish(MP4WriterHandle& writer) {
   CloseTableRuns(writer);
-  const uint32_t user_size = writer.m_bExtUserData != 0 ? WriteUserBoxes(writer) : 0;
+  if (writer.m_bMisplaced != 0) AlignCursor(writer, MdatEnd(writer));
+  const uint32_t user_size = writer.m_bExtUserData != 0 ? WriteAlignedUserBoxes(writer) : 0;
   HostMemory<uint8_t> buffer = AllocateBytes(kWriterModule, kBoxBufferAllocation, __func__);
   if (!buffer) {
     ZMV_TRACE(kWriterModule, kTraceError, "MAX_BOX_SIZE(%d) Malloc Fail!!!\n", static_cast<int>(kBoxBufferSize));
     return;
   }
-  // Taken from the cursor, not from the sizes, which are ahead of the file when a recovery record could not be written.
+  // Taken from the cursor, not from the sizes, which are ahead of the file when the cursor could not be aligned.
   const uint32_t moov_position = ZMVStreamBuf_Pos(writer.m_hInOut, writer.m_dwWidx);
   const uint32_t moov_size = WriteMovie(writer, buffer.Get());
   CoverUnusedSpace(writer, user_size, moov_size);

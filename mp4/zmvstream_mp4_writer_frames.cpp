@@ -1,6 +1,5 @@
 // One frame: its recovery record and payload in mdat, its entries in the sample tables.
 #include <algorithm>
-#include <cmath>
 
 #include "base/arith.h"
 #include "base/byte_order.h"
@@ -18,11 +17,12 @@ constexpr uint32_t kStartCodeSize = 4;
 constexpr uint32_t kEntriesPerFrame =
     kSttsEntrySize + kStszEntrySize + kStcoEntrySize + kStssEntrySize + kStscEntrySize;
 
-// Below this projection a file has room for whatever closing adds: the user boxes and the stsc entries of raw audio,
-// the only parts that grow with the frames, take less than what their frames have taken already.
+// Below this projection a file has room for whatever closing adds: the user boxes, the stsc entries of raw audio and
+// the last spills, the only parts that grow with the frames, take less than what their frames have taken already.
 constexpr uint64_t kClosingMatters = 0x80000000;
 // Two stts entries, one of stsc, and what a sample description takes beyond the estimate for a track.
-constexpr uint32_t kClosingPerTrack = 2 * kSttsEntrySize + kStscEntrySize + 64;
+constexpr uint32_t kClosingSttsEntries = 2;
+constexpr uint32_t kClosingPerTrack = kClosingSttsEntries * kSttsEntrySize + kStscEntrySize + 64;
 
 // The track of a frame. A stream number that no track has goes to the last track.
 MP4WriterTrack* FindTrack(const MP4WriterHandle& writer, const ZMVFrame& frame) {
@@ -48,12 +48,21 @@ bool CountSpill(const MP4WriterTable& table, uint32_t entry_size, uint64_t& byte
   return table.m_dwSpillNum < kMp4TableMaxSpills;
 }
 
+// What a table may spill at close, where `entries` are added to it behind one of this frame.
+uint64_t ClosingSpills(const MP4WriterTable& table, uint32_t entry_size, uint32_t entries) {
+  if (table.m_pBuf == nullptr || HasRoom(table, (entries + 1) * entry_size)) return 0;
+  const uint64_t spills = table.m_dwBufSize < entries * entry_size ? entries : 1;
+  return spills * (uint64_t{kSpillHeaderSize} + table.m_dwBufSize);
+}
+
 // What Close may write beyond the projected size.
 uint64_t ClosingBytes(const MP4WriterHandle& writer) {
   uint64_t bytes = kBoxHeaderSize + UserBoxBytes(writer);
   for (uint32_t i = 0; i < writer.m_dwTrackNum; ++i) {
     const MP4WriterTrack& track = *writer.m_pTrack[i];
     bytes += kClosingPerTrack + uint64_t{track.m_dwConfigSize} * 3 / 2;
+    bytes += ClosingSpills(track.m_Stts, kSttsEntrySize, kClosingSttsEntries);
+    bytes += ClosingSpills(track.m_Stsc, kStscEntrySize, 1);
     if (track.m_bRawAudio != 0) bytes += (uint64_t{track.m_Stsz.m_dwEntryNum} + 1) * kStscEntrySize;
   }
   return bytes;
@@ -79,8 +88,13 @@ bool HasRoomFor(const MP4WriterHandle& writer, const MP4WriterTrack& track, cons
   return fits && size <= kMaxFileSize;
 }
 
-// Ticks of a duration in units of 1 / `units` seconds; halves go away from zero.
-uint32_t Ticks(double scaled, double units) { return SaturatingU32(std::round(scaled / units)); }
+// Ticks of a duration in units of 1 / `units` seconds; halves go away from zero. As std::round(), for durations, and
+// without a call: the fraction is exact, while adding a half would round for itself.
+uint32_t Ticks(double scaled, double units) {
+  const double value = scaled / units;
+  const uint32_t whole = SaturatingU32(value);
+  return SaturatingU32(uint64_t{whole} + (value - whole >= 0.5 ? 1 : 0));
+}
 
 // Counts the frame in its track and adds its duration and size. A frame's stts entry is the duration that the next
 // frame brings; the last one is added at close.
@@ -91,7 +105,7 @@ void CountFrame(MP4WriterHandle& writer, MP4WriterTrack& track, const ZMVFrame& 
   const double scaled = static_cast<double>(track.m_dwTimeScale) * frame.dwDuration;
   const uint32_t ticks = Ticks(scaled, video ? 1000000.0 : 1000.0);
   if (track.dwTotalFrames > 1) {
-    AppendTimeToSample(writer, track, ticks);
+    Insist(AppendTimeToSample, writer, track, ticks);
     track.m_llLastCTS = frame.llTimeStamp;
   }
   track.m_dwMediaDur += ticks;
@@ -101,8 +115,8 @@ void CountFrame(MP4WriterHandle& writer, MP4WriterTrack& track, const ZMVFrame& 
   } else {
     track.m_dwMovieDur += Ticks(static_cast<double>(frame.dwDuration) * 1000.0 * track.m_dwMovieScale, 1000000.0);
   }
-  AppendSampleSize(writer, track, frame.dwSize);
-  if (IsKey(track, frame)) AppendSyncSample(writer, track);
+  Insist(AppendSampleSize, writer, track, frame.dwSize);
+  if (IsKey(track, frame)) Insist(AppendSyncSample, writer, track);
 }
 
 // Without interleaving a run of frames of one track is a chunk, unless a spilled table lies between them.
@@ -111,8 +125,8 @@ void ContinueOrOpenChunk(MP4WriterHandle& writer, MP4WriterTrack& track) {
     ++track.m_dwChunkSamples;
     return;
   }
-  if (writer.m_pLastTrack != nullptr) AppendSampleToChunk(writer, *writer.m_pLastTrack);
-  AppendChunkOffset(writer, track);
+  if (writer.m_pLastTrack != nullptr) Insist(AppendSampleToChunk, writer, *writer.m_pLastTrack);
+  Insist(AppendChunkOffset, writer, track);
   track.m_dwCurChunk = ++track.m_dwChunkNum;
   track.m_dwChunkSamples = 1;
   writer.m_bNewChunk = 0;
@@ -124,7 +138,7 @@ int32_t PlaceInChunk(MP4WriterHandle& writer, MP4WriterTrack& track) {
     ContinueOrOpenChunk(writer, track);
     return 0;
   }
-  const int32_t result = AppendChunkOffset(writer, track);
+  const int32_t result = Insist(AppendChunkOffset, writer, track);
   if (Failed(result)) ZMV_TRACE(kWriterModule, kTraceError, "stco entry write error (%d)\n", result);
   return result;
 }
@@ -150,13 +164,13 @@ bool BeginsWithStartCode(uint32_t code) {
 // The bytes written, or the first code when a write fails: a sum of codes could be positive.
 int64_t WritePayload(MP4WriterHandle& writer, const MP4WriterTrack& track, const ZMVFrame& frame) {
   if (frame.dwSize < kStartCodeSize || !BeginsWithStartCode(track.dwFourCC)) {
-    return WriteBytes(writer, frame.pData, frame.dwSize);
+    return WriteMedia(writer, frame.pData, frame.dwSize);
   }
   const uint32_t rest = frame.dwSize - kStartCodeSize;
   uint8_t length[kStartCodeSize];
   StoreBE32(length, rest);
-  const int64_t first = WriteBytes(writer, length, sizeof length);
-  const int64_t second = WriteBytes(writer, frame.pData + kStartCodeSize, rest);
+  const int64_t first = WriteMedia(writer, length, sizeof length);
+  const int64_t second = ContinueMedia(writer, frame.pData + kStartCodeSize, rest);
   if (first < 0) return first;
   return second < 0 ? second : first + second;
 }

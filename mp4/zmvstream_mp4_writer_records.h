@@ -87,6 +87,7 @@ struct MP4WriterHandle {
   uint32_t m_dwMdatSize;  // header included
   uint8_t m_bNewChunk;
   uint8_t m_bNoInterleave;
+  uint8_t m_bMisplaced;  // a write to mdat was incomplete: the write cursor may not stand at its end
   uint32_t m_dwRecoverSize;
   uint8_t m_bExtUserData;
   uint32_t m_dwAidd;
@@ -118,6 +119,7 @@ static_assert(offsetof(MP4WriterTrack, m_dwLastSpc) == 29236 && offsetof(MP4Writ
 static_assert(sizeof(MP4WriterHandle) == 192 && offsetof(MP4WriterHandle, m_pTrack) == 24);
 static_assert(offsetof(MP4WriterHandle, m_dwTrackNum) == 104 && offsetof(MP4WriterHandle, m_pLastTrack) == 112);
 static_assert(offsetof(MP4WriterHandle, m_dwMdatPos) == 136 && offsetof(MP4WriterHandle, m_bNewChunk) == 144);
+static_assert(offsetof(MP4WriterHandle, m_bNoInterleave) == 145 && offsetof(MP4WriterHandle, m_bMisplaced) == 146);
 static_assert(offsetof(MP4WriterHandle, m_dwRecoverSize) == 148 && offsetof(MP4WriterHandle, m_bExtUserData) == 152);
 static_assert(offsetof(MP4WriterHandle, m_dwAidd) == 156 && offsetof(MP4WriterHandle, m_pGpsr) == 160);
 static_assert(offsetof(MP4WriterHandle, m_pSens) == 176 && offsetof(MP4WriterHandle, m_dwSensNum) == 188);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "base/arith.h"
 #include "base/byte_order.h"
@@ -101,19 +102,34 @@ int32_t WriteRandomBox(MP4WriterHandle& writer, const ZMVFileInfo& info) {
 
 // ---- User data
 
-// Writers on several threads share the last sample.
+// Writers on several threads share the last sample. It is held for the copy of a sample at most; a thread that finds it
+// held sleeps, so that a holder of lower priority gets to run.
 std::atomic_flag last_sample_busy = ATOMIC_FLAG_INIT;
+constexpr timespec kLastSampleWait = {0, 50'000};
 
 class LastSampleGuard {
  public:
   LastSampleGuard() {
-    while (last_sample_busy.test_and_set(std::memory_order_acquire)) {
-    }
+    while (last_sample_busy.test_and_set(std::memory_order_acquire)) nanosleep(&kLastSampleWait, nullptr);
   }
   ~LastSampleGuard() { last_sample_busy.clear(std::memory_order_release); }
   LastSampleGuard(const LastSampleGuard&) = delete;
   LastSampleGuard& operator=(const LastSampleGuard&) = delete;
 };
+
+bool HasLastSample() {
+  LastSampleGuard guard;
+  return pExtUserLast != nullptr;
+}
+
+// Takes the memory of the last sample, once for all writers. Another writer may do so at the same time: the first
+// stays.
+void PrepareLastSample() {
+  if (HasLastSample()) return;
+  HostMemory<uint8_t> memory(kWriterModule, kUserSampleSize, HostFill::kZero, __func__);
+  LastSampleGuard guard;
+  if (pExtUserLast == nullptr) pExtUserLast = memory.Release();
+}
 
 // Rates and durations above 1000 are thousandths.
 uint64_t Whole(uint32_t value) { return value > kThousandthsAbove ? value / kThousandthsAbove : value; }
@@ -192,8 +208,9 @@ int64_t WriteRecoveryRecord(MP4WriterHandle& writer, const ZMVFrame& frame) {
   StoreBE32(record + 16, frame.dwDuration);
   StoreBE32(record + 20, frame.dwTrack);
   StoreBE32(record + 24, frame.dwSize);
+  const int64_t result = WriteMedia(writer, record, sizeof record);
   GrowMdat(writer, sizeof record);
-  return WriteBytes(writer, record, sizeof record);
+  return result;
 }
 
 void PrepareUserData(MP4WriterHandle& writer, const ZMVFileInfo& info) {
@@ -217,9 +234,7 @@ void PrepareUserData(MP4WriterHandle& writer, const ZMVFileInfo& info) {
   writer.m_dwGpsrMax = static_cast<uint32_t>(samples);
   writer.m_dwSensMax = static_cast<uint32_t>(samples);
   writer.m_bExtUserData = 1;
-  LastSampleGuard guard;
-  if (pExtUserLast != nullptr) return;
-  pExtUserLast = HostMemory<uint8_t>(kWriterModule, kUserSampleSize, HostFill::kZero, __func__).Release();
+  PrepareLastSample();
 }
 
 void CollectUserData(MP4WriterHandle& writer, const ZMVFrame& frame) {
@@ -248,7 +263,12 @@ uint64_t UserBoxBytes(const MP4WriterHandle& writer) {
          (uint64_t{writer.m_dwSensNum} + 1) * kSensorBlockSize;
 }
 
-uint32_t WriteUserBoxes(MP4WriterHandle& writer) { return WriteGpsr(writer) + WriteSens(writer) + WriteAidd(writer); }
+uint32_t WriteUserBoxes(MP4WriterHandle& writer) {
+  uint32_t bytes = WriteGpsr(writer);
+  bytes += WriteSens(writer);
+  bytes += WriteAidd(writer);
+  return bytes;
+}
 
 }  // namespace zmv::mp4
 

@@ -1,4 +1,5 @@
 // Opening an MP4 file for recording: the handle, the boxes in front of the frames, and one track per stream.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -196,11 +197,26 @@ int32_t MakeTracks(MP4WriterHandle& writer, const ZMVFileInfo& info) {
 
 }  // namespace
 
-int32_t WriteOrTrace(MP4WriterHandle& writer, const void* bytes, uint32_t count) {
-  const int64_t result = WriteBytes(writer, bytes, count);
-  if (result >= 0) return 0;
+int32_t CheckWritten(int64_t written, uint32_t count) {
+  if (written >= count) return 0;
+  const int32_t result = written < 0 ? static_cast<int32_t>(written) : Result(ZMV_E_WRITE);
   ZMV_TRACE(kWriterModule, kTraceError, "err (0x%x)\n", static_cast<uint32_t>(result));
-  return static_cast<int32_t>(result);
+  return result;
+}
+
+int32_t AlignCursor(MP4WriterHandle& writer, uint32_t position) {
+  constexpr uint8_t kZeros[64] = {};
+  uint32_t at = ZMVStreamBuf_Pos(writer.m_hInOut, writer.m_dwWidx);
+  if (at > position) {
+    const int64_t result = ZMVStreamBuf_Seek(writer.m_hInOut, writer.m_dwWidx, position);
+    return Failed(result) ? static_cast<int32_t>(result) : 0;
+  }
+  while (at < position) {
+    const uint32_t count = std::min(position - at, static_cast<uint32_t>(sizeof kZeros));
+    if (const int32_t result = CheckWritten(WriteBytes(writer, kZeros, count), count); Failed(result)) return result;
+    at += count;
+  }
+  return 0;
 }
 
 bool WithinCapacity(const ZMVFileInfo& info) {

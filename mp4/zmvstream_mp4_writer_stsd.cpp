@@ -103,10 +103,20 @@ bool ConfigurationFits(const EntryRow& row, const MP4WriterTrack& track) {
   return fits;
 }
 
+uint32_t SetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal) {
+  uint32_t bytes = 4;
+  if (minimal != 0) bytes = value < 0x80 ? 1 : value < 0x4000 ? 2 : value < 0x200000 ? 3 : 4;
+  for (uint32_t left = bytes; left-- > 0;) {
+    const uint32_t group = value >> (7 * left) & 0x7F;
+    *(*cursor)++ = static_cast<uint8_t>(left != 0 ? group | 0x80 : group);
+  }
+  return bytes;
+}
+
 void WriteDescriptor(BoxBuilder& out, uint8_t tag, uint32_t length) {
   out.U8(tag);
   uint8_t* cursor = out.At();
-  out.Counted(MP4WriterSetDescLength(&cursor, length, 1));
+  out.Counted(SetDescLength(&cursor, length, 1));
 }
 
 uint32_t MakeEsds(const MP4WriterTrack& track, uint8_t* dst, uint8_t object_type, uint8_t stream_type) {
@@ -223,6 +233,16 @@ uint32_t MakeHvcc(const MP4WriterTrack& track, uint8_t* dst, uint32_t capacity) 
   return out.Size();
 }
 
+uint32_t MakeBtrt(const MP4WriterTrack& track, uint8_t* dst) {
+  BoxBuilder out(dst);
+  {
+    Box btrt(out, FourCC("btrt"));
+    // The buffer size is the same for every stream.
+    out.U32(kBtrtBufferSize).U32(track.dwVidExtra).U32(track.dwVidExtra);
+  }
+  return out.Size();
+}
+
 bool AddBox(BoxBuilder& out, uint32_t size) {
   if (size == kNoSampleDescription) return false;
   out.Counted(size);
@@ -233,14 +253,41 @@ bool AddBox(BoxBuilder& out, uint32_t size) {
 bool WriteConfiguration(BoxBuilder& out, MP4WriterTrack& track, const EntryRow& row) {
   switch (row.configuration) {
     case Configuration::kAvcc:
-      if (!AddBox(out, MP4WriterMakeAvcc(&track, out.At(), kConfigurationRoom))) return false;
-      return AddBox(out, MP4WriterMakeBtrt(&track, out.At()));
+      if (!AddBox(out, MakeAvcc(track, out.At(), kConfigurationRoom))) return false;
+      return AddBox(out, MakeBtrt(track, out.At()));
     case Configuration::kHvcc:
-      return AddBox(out, MP4WriterMakeHvcc(&track, out.At(), kConfigurationRoom));
+      return AddBox(out, MakeHvcc(track, out.At(), kConfigurationRoom));
     case Configuration::kEsds:
       break;
   }
-  return AddBox(out, MP4WriterMakeEsds(&track, out.At(), row.object_type, row.stream_type));
+  return AddBox(out, MakeEsds(track, out.At(), row.object_type, row.stream_type));
+}
+
+uint32_t MakeSampleEntry(uint8_t* dst, uint32_t type, uint32_t size) {
+  BoxBuilder out(dst);
+  out.U32(size).Code(type).Zeros(6).U16(1);  // data reference index
+  return out.Size();
+}
+
+uint32_t MakeAudioSampleEntry(const MP4WriterTrack& track, uint8_t* dst, uint32_t type, uint32_t size) {
+  BoxBuilder out(dst);
+  out.Counted(MakeSampleEntry(dst, type, size)).Zeros(8);
+  out.U16(track.dwChannels).U16(track.dwBitsPerSample).Zeros(2);
+  // The 16.16 rate starts two bytes further on, so its integer half holds the low 16 bits of the number written here.
+  out.U32(track.dwSampleRate).Zeros(2);
+  return out.Size();
+}
+
+uint32_t MakeVideoSampleEntry(const MP4WriterTrack& track, uint8_t* dst, uint32_t type, uint32_t size) {
+  const bool described = type == FourCC("avc1") || type == FourCC("hev1") || type == FourCC("hvc1");
+  const uint32_t resolution = described ? kResolution72Dpi : 0;
+  BoxBuilder out(dst);
+  out.Counted(MakeSampleEntry(dst, type, size)).Zeros(16);
+  out.U16(track.dwWidth).U16(track.dwHeight);
+  out.U32(resolution).U32(resolution).Zeros(4);
+  out.U16(described ? 1 : 0).Zeros(32);  // frame count, compressor name
+  out.U16(described ? kDepth24 : 0).U16(0xFFFF);
+  return out.Size();
 }
 
 // An entry states its whole size, so its fields are filled in after the boxes behind them.
@@ -252,14 +299,16 @@ bool WriteEntry(BoxBuilder& out, MP4WriterTrack& track, const EntryRow& row) {
   if (!WriteConfiguration(out, track, row)) return false;
   const auto size = static_cast<uint32_t>(out.At() - entry);
   if (video) {
-    MP4WriterMakeVideoSampleEntry(&track, entry, row.type, size);
+    MakeVideoSampleEntry(track, entry, row.type, size);
   } else if (audio) {
-    MP4WriterMakeAudioSampleEntry(&track, entry, row.type, size);
+    MakeAudioSampleEntry(track, entry, row.type, size);
   } else {
-    MP4WriterMakeSampleEntry(entry, row.type, size);
+    MakeSampleEntry(entry, row.type, size);
   }
   return true;
 }
+
+}  // namespace
 
 uint32_t MakeStsd(MP4WriterTrack& track, uint8_t* dst) {
   const EntryRow* row = FindEntryRow(track);
@@ -275,76 +324,67 @@ uint32_t MakeStsd(MP4WriterTrack& track, uint8_t* dst) {
   return built ? out.Size() : kNoSampleDescription;
 }
 
-}  // namespace
 }  // namespace zmv::mp4
 
-using zmv::FourCC;
-using zmv::mp4::BoxBuilder;
+using namespace zmv;
+using namespace zmv::mp4;
 
-extern "C" {
+namespace {
+
+constexpr const char* kNoArgument = "no track or no place for the box\n";
+
+}  // namespace
 
 uint32_t MP4WriterMakeStsd(MP4WriterTrack* track, uint8_t* dst) {
-  if (track == nullptr || dst == nullptr) return zmv::mp4::kNoSampleDescription;
-  return zmv::mp4::MakeStsd(*track, dst);
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(kNoSampleDescription, kNoArgument);
+  return MakeStsd(*track, dst);
 }
 
 uint32_t MP4WriterMakeSampleEntry(uint8_t* dst, uint32_t dwType, uint32_t size) {
-  BoxBuilder out(dst);
-  out.U32(size).Code(dwType).Zeros(6).U16(1);  // data reference index
-  return out.Size();
+  TraceScope scope(kWriterModule, __func__);
+  if (dst == nullptr) return scope.Fail(0u, kNoArgument);
+  return MakeSampleEntry(dst, dwType, size);
 }
 
 uint32_t MP4WriterMakeAudioSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size) {
-  BoxBuilder out(dst);
-  out.Counted(MP4WriterMakeSampleEntry(dst, dwType, size)).Zeros(8);
-  out.U16(track->dwChannels).U16(track->dwBitsPerSample).Zeros(2);
-  // The 16.16 rate starts two bytes further on, so its integer half holds the low 16 bits of the number written here.
-  out.U32(track->dwSampleRate).Zeros(2);
-  return out.Size();
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(0u, kNoArgument);
+  return MakeAudioSampleEntry(*track, dst, dwType, size);
 }
 
 uint32_t MP4WriterMakeVideoSampleEntry(MP4WriterTrack* track, uint8_t* dst, uint32_t dwType, uint32_t size) {
-  const bool described = dwType == FourCC("avc1") || dwType == FourCC("hev1") || dwType == FourCC("hvc1");
-  const uint32_t resolution = described ? zmv::mp4::kResolution72Dpi : 0;
-  BoxBuilder out(dst);
-  out.Counted(MP4WriterMakeSampleEntry(dst, dwType, size)).Zeros(16);
-  out.U16(track->dwWidth).U16(track->dwHeight);
-  out.U32(resolution).U32(resolution).Zeros(4);
-  out.U16(described ? 1 : 0).Zeros(32);  // frame count, compressor name
-  out.U16(described ? zmv::mp4::kDepth24 : 0).U16(0xFFFF);
-  return out.Size();
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(0u, kNoArgument);
+  return MakeVideoSampleEntry(*track, dst, dwType, size);
 }
 
 uint32_t MP4WriterMakeEsds(MP4WriterTrack* track, uint8_t* dst, uint8_t objectType, uint8_t streamType) {
-  return zmv::mp4::MakeEsds(*track, dst, objectType, streamType);
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(kNoSampleDescription, kNoArgument);
+  return MakeEsds(*track, dst, objectType, streamType);
 }
 
 uint32_t MP4WriterMakeBtrt(MP4WriterTrack* track, uint8_t* dst) {
-  BoxBuilder out(dst);
-  {
-    zmv::mp4::Box btrt(out, FourCC("btrt"));
-    // The buffer size is the same for every stream.
-    out.U32(zmv::mp4::kBtrtBufferSize).U32(track->dwVidExtra).U32(track->dwVidExtra);
-  }
-  return out.Size();
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(0u, kNoArgument);
+  return MakeBtrt(*track, dst);
 }
 
 uint32_t MP4WriterMakeAvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity) {
-  return zmv::mp4::MakeAvcc(*track, dst, capacity);
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(kNoSampleDescription, kNoArgument);
+  return MakeAvcc(*track, dst, capacity);
 }
 
 uint32_t MP4WriterMakeHvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity) {
-  return zmv::mp4::MakeHvcc(*track, dst, capacity);
+  TraceScope scope(kWriterModule, __func__);
+  if (track == nullptr || dst == nullptr) return scope.Fail(kNoSampleDescription, kNoArgument);
+  return MakeHvcc(*track, dst, capacity);
 }
 
 uint32_t MP4WriterSetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal) {
-  uint32_t bytes = 4;
-  if (minimal != 0) bytes = value < 0x80 ? 1 : value < 0x4000 ? 2 : value < 0x200000 ? 3 : 4;
-  for (uint32_t left = bytes; left-- > 0;) {
-    const uint32_t group = value >> (7 * left) & 0x7F;
-    *(*cursor)++ = static_cast<uint8_t>(left != 0 ? group | 0x80 : group);
-  }
-  return bytes;
+  TraceScope scope(kWriterModule, __func__);
+  if (cursor == nullptr || *cursor == nullptr) return scope.Fail(0u, kNoArgument);
+  return SetDescLength(cursor, value, minimal);
 }
-
-}  // extern "C"

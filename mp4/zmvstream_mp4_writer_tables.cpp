@@ -61,8 +61,10 @@ int32_t Spill(MP4WriterHandle& writer, MP4WriterTable& table) {
   uint8_t header[kSpillHeaderSize];
   StoreLE32(header, FourCC("tabl"));
   StoreBE32(header + 4, table.m_dwUsed);
-  if (const int32_t result = WriteOrTrace(writer, header, sizeof header); Failed(result)) return result;
-  if (const int32_t result = WriteOrTrace(writer, table.m_pBuf, table.m_dwUsed); Failed(result)) return result;
+  int32_t result = CheckWritten(WriteMedia(writer, header, sizeof header), sizeof header);
+  if (Failed(result)) return result;
+  result = CheckWritten(ContinueMedia(writer, table.m_pBuf, table.m_dwUsed), table.m_dwUsed);
+  if (Failed(result)) return result;
   ++table.m_dwSpillNum;
   writer.m_bNewChunk = 1;
   GrowMdat(writer, kSpillHeaderSize + table.m_dwUsed);

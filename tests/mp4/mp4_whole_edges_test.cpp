@@ -206,5 +206,68 @@ TEST_F(WholeEdges, SampleDescriptionWithoutMemory_LeavesTheRestInOrder) {
   EXPECT_EQ(host_.LiveBlocks(), 0u);
 }
 
+// High profile: a trailer behind the sets states the chroma format and the bit depths.
+TEST_F(WholeEdges, TwoVideos_EachHasItsTrackAndHighProfileItsTrailer) {
+  const ByteVector sps = Hex("67 64 00 0A AC D9 42 90");
+  const ByteVector pps = Hex("68 EE 3C 80");
+  const ByteVector config = Join({Be32(1), sps, Be32(1), pps});
+  ZMVFileInfo info = FileInfo();
+  AddVideo(info, FourCC("H264"), 640, 360, 1000000, config);
+  AddVideo(info, FourCC("avc1"), 320, 180, 0, AvcConfig());
+  Mp4Recording recording(info);
+  recording.Video(Hex("00 00 00 01 65 88"), 10000, true, 1, 0);
+  recording.Video(Hex("00 00 00 01 65"), 20000, true, 2, 1);
+  recording.Video(Hex("00 00 00 01 41 9A"), 10000, false, 3, 0);
+  const ByteVector file = recording.Finish();
+
+  const uint32_t mdat = 28 + 64 + 63 + RandomBoxSize() + 23;
+  // clang-format off
+  const ByteVector high = Join({
+      Be32(35), Text("avcC"), Bytes({1}),       // box, version
+      Bytes({0x64, 0x00, 0x0A}),                // profile, compatibility, level
+      Bytes({0xFF, 0xE1}), Be16(8), sps,        // length size 4, one SPS
+      Bytes({1}), Be16(4), pps,                 // one PPS
+      Bytes({0xFD, 0xF8, 0xF8, 0}),             // 4:2:0, 8 and 8 bits, no SPS extension
+  });
+  const ByteVector expected = Join({
+      Ftyp41(),
+      Be32(64), Text("free"), Text("RECO"), Be32(0), Text("avc1"),          // first video, sample entry type
+      Be32(640), Be32(360), Be32(30000), Be32(1000000), Be32(90000),        // size, frame rate, bit rate, time scale
+      Be32(20), config,
+      Be32(63), Text("free"), Text("RECO"), Be32(0), Text("avc1"),          // second video
+      Be32(320), Be32(180), Be32(30000), Be32(0), Be32(90000),
+      Be32(19), AvcConfig(),
+      RandomBox(), BuildInformation(),
+      Be32(109), Text("mdat"),                                              // 8 + 34 + 33 + 34
+      Reco(1, 1, 1, 10000, 0, 6), Be32(2), Hex("65 88"),
+      Reco(1, 1, 2, 20000, 1, 5), Be32(1), Hex("65"),
+      Reco(1, 0, 3, 10000, 0, 6), Be32(2), Hex("41 9A"),
+      BoxOf("moov", {
+          Mvhd(90000, 1800, 2),
+          TrakOf({Tkhd(1, 1800, 0, 640, 360), Mdhd(90000, 1800), Hdlr("vide", "vide"), Vmhd(),
+                  StsdOf({VideoEntry(141, "avc1", 640, 360), high, Btrt(1000000)}),
+                  {
+                      TableOf("stts", 1, {SttsEntry(2, 900)}),
+                      StscInterleaved(),
+                      StszConstant(6, 2),
+                      StcoOf({mdat + 36, mdat + 36 + 6 + 28 + 5 + 28}),
+                      TableOf("stss", 1, {Be32(1)}),
+                  }}),
+          TrakOf({Tkhd(2, 1800, 0, 320, 180), Mdhd(90000, 1800), Hdlr("vide", "vide"), Vmhd(),
+                  AvcStsd(320, 180, 0),
+                  {
+                      TableOf("stts", 1, {SttsEntry(1, 1800)}),
+                      StscInterleaved(),
+                      StszConstant(5, 1),
+                      StcoOf({mdat + 36 + 6 + 28}),
+                      TableOf("stss", 1, {Be32(1)}),
+                  }}),
+      }),
+  });
+  // clang-format on
+  EXPECT_EQ(Difference(file, expected), "");
+  EXPECT_EQ(StructureFaults(file, recording), "");
+}
+
 }  // namespace
 }  // namespace zmv::test

@@ -4,9 +4,23 @@
 namespace zmv::test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class WriterEndurance : public WriterTest {};
+class WriterEndurance : public WriterTest {
+ protected:
+  // A text track with room for ten entries in every table.
+  void StartText(uint8_t interleave = 1) {
+    AddText(1000);
+    Start(interleave, 1);
+  }
+  std::vector<uint32_t> Offsets() {
+    const MP4WriterTable& table = Track().m_Stco;
+    std::vector<uint32_t> numbers;
+    for (uint32_t i = 0; i < table.m_dwUsed; i += 4) numbers.push_back(LoadBE32(table.m_pBuf + i));
+    return numbers;
+  }
+};
 
 // Every host call that a recording makes, failing once or for good: a code at worst, and nothing left behind.
 TEST_F(WriterEndurance, AnyHostCallFails_LeavesNothingBehind) {
@@ -50,41 +64,169 @@ TEST_F(WriterEndurance, AnyHostCallFails_LeavesNothingBehind) {
   }
 }
 
-// ---- Memory of a long recording
-
-// A stream that counts what it is given and keeps nothing.
-struct CountingStream {
-  ZMVStreamBuf handle = {};
-  uint32_t cursors = 0;
-  uint64_t position = 0;
-  uint64_t written = 0;
-  uint64_t writes = 0;
-
-  static CountingStream& Of(void* context) { return *static_cast<CountingStream*>(context); }
-  CountingStream() {
-    handle.hInOut = this;
-    handle.Index = [](void* context, uint32_t* idx, uint32_t) -> int64_t {
-      *idx = Of(context).cursors++;
-      return 0;
-    };
-    handle.WriteBuffer = [](void* context, uint32_t, const void*, uint32_t len) -> int64_t {
-      Of(context).position += len;
-      Of(context).written += len;
-      ++Of(context).writes;
-      return len;
-    };
-    handle.ReadBuffer = [](void*, uint32_t, void* dst, uint32_t len) -> int64_t {
-      std::memset(dst, 0, len);
-      return len;
-    };
-    handle.Seek = [](void* context, uint32_t idx, uint32_t pos) -> int64_t {
-      if (idx == 0) Of(context).position = pos;
-      return 0;
-    };
-    handle.Pos = [](void* context, uint32_t) { return static_cast<uint32_t>(Of(context).position); };
-    handle.GetFilesize = [](void* context) { return static_cast<int64_t>(Of(context).position); };
+// Every write in front of the frames that is cut short, by one byte or to none: SetInfo says so.
+TEST_F(WriterEndurance, NoRoomInFrontOfTheFrames_FailsSetInfo) {
+  AddVideo();
+  AddText();
+  Start();
+  const uint32_t front = MdatEnd();
+  Close();
+  for (uint32_t room = 0; room < front; ++room) {
+    std::srand(1);
+    ASSERT_EQ(Open(), 0);
+    host.file_capacity = room;
+    EXPECT_EQ(static_cast<uint32_t>(SetInfo()), ZMV_E_WRITE) << room;
+    host.file_capacity = UINT64_MAX;
+    Close();
   }
-};
+}
+
+// ---- Frames of which a write fails
+
+TEST_F(WriterEndurance, Payload_WriteFails_GivesTheCodeAndKeepsTheEntries) {
+  AddAudio();
+  Start();
+  host.Fail(HostCall::kWrite, 2);
+  const uint32_t end = MdatEnd();
+  EXPECT_EQ(static_cast<uint32_t>(WriteAudio(10)), ZMV_E_WRITE);
+  EXPECT_TRUE(host.Traced("write error (-2147483629)\n"));
+  EXPECT_EQ(MdatEnd(), end + 28);
+  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 1u);
+  EXPECT_EQ(Track().m_Stco.m_dwEntryNum, 1u);
+  EXPECT_EQ(Track().m_dwMaxSize, 0u);
+}
+
+TEST_F(WriterEndurance, Payload_EitherOrBothPartsFail_GivesTheCode) {
+  AddVideo();
+  Start();
+  for (const uint64_t call : {2u, 3u}) {
+    host.Fail(HostCall::kWrite, call);
+    EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_WRITE) << call;
+  }
+  host.Fail(HostCall::kWrite, 2, ScriptedHost::kForGood);
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_WRITE);
+}
+
+TEST_F(WriterEndurance, Record_WriteFails_IsNotLookedAt) {
+  AddAudio();
+  Start();
+  const uint32_t end = MdatEnd();
+  host.Fail(HostCall::kWrite, 1);
+  EXPECT_EQ(WriteAudio(10), 0);
+  EXPECT_EQ(MdatEnd(), end + 38);
+  // The record's place is kept, so that the payload stands where its chunk offset says.
+  EXPECT_EQ(Difference(FileFrom(end), Join({Zeros(28), ByteVector(10, 0xAA)})), "");
+  EXPECT_THAT(Offsets(), ElementsAre(end + 28));
+}
+
+TEST_F(WriterEndurance, Record_CutShort_IsFilledUp) {
+  AddAudio();
+  Start();
+  const uint32_t end = MdatEnd();
+  host.max_transfer = 9;
+  EXPECT_EQ(WriteAudio(9), static_cast<int32_t>(ZMV_E_WRITE));  // the filling is cut short as well
+  host.max_transfer = UINT64_MAX;
+  EXPECT_EQ(WriteAudio(10), 0);
+  const ByteVector record = Join({
+      Text("RECO"), Be32(2), Be32(0), Be32(0),  // tag, audio, no key frame, time
+      Be32(20), Be32(0), Be32(10),              // duration, stream, size
+  });
+  EXPECT_EQ(Difference(FileFrom(end + 28), Join({record, ByteVector(10, 0xAA)})), "");
+  EXPECT_THAT(Offsets(), ElementsAre(end + 28, end + 28 + 28));
+}
+
+TEST_F(WriterEndurance, Payload_CutShort_CountsWhatWasWritten) {
+  AddAudio();
+  Start();
+  const uint32_t end = MdatEnd();
+  host.file_capacity = end + 28 + 4;
+  EXPECT_EQ(WriteAudio(10), 0);
+  EXPECT_EQ(MdatEnd(), end + 28 + 4);
+  host.file_capacity = UINT64_MAX;
+  EXPECT_EQ(WriteAudio(5), 0);
+  EXPECT_EQ(File().size(), MdatEnd());
+  EXPECT_THAT(Offsets(), ElementsAre(end + 28, end + 60));
+}
+
+TEST_F(WriterEndurance, Payload_LengthWithoutTheRest_IsWrittenOver) {
+  AddVideo();
+  Start();
+  EXPECT_EQ(WriteVideo(10), 0);
+  const uint32_t end = MdatEnd();
+  host.Fail(HostCall::kWrite, 3);
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(50)), ZMV_E_WRITE);
+  EXPECT_EQ(MdatEnd(), end + 28);
+  EXPECT_EQ(WriteVideo(10, 5), 0);
+  EXPECT_EQ(Difference(BytesOf(File(), {"", end + 28, 4}), Text("RECO")), "");
+  EXPECT_EQ(Difference(FileFrom(end + 56), Join({Be32(6), ByteVector(6, 0x55)})), "");
+  EXPECT_EQ(Offsets().back(), end + 56);
+}
+
+// Every write gives a code of its own.
+TEST_F(WriterEndurance, Payload_TwoCodes_GiveTheFirst) {
+  AddVideo();
+  Start();
+  static uint32_t calls = 0;
+  calls = 0;
+  stream->WriteBuffer = [](void*, uint32_t, const void*, uint32_t count) -> int64_t {
+    ++calls;
+    if (calls == 1) return count;  // the record
+    return Result(calls == 2 ? ZMV_E_DISK_FULL : ZMV_E_NOT_SUPPORTED);
+  };
+  stream->Pos = [](void*, uint32_t) -> uint32_t { return 0; };
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_DISK_FULL);
+  EXPECT_EQ(calls, 3u);
+  EXPECT_THAT(host.Traces(1), ::testing::Contains("write error (-2147483643)\n"));
+}
+
+TEST_F(WriterEndurance, Stream_ThatCannotGoBack_GivesItsCodeUntilItCan) {
+  AddVideo();
+  Start();
+  host.Fail(HostCall::kWrite, 2);  // the length is missing, the rest stays behind
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(100)), ZMV_E_WRITE);
+  const uint32_t end = MdatEnd();
+  const auto seek = stream->Seek;
+  stream->Seek = [](void*, uint32_t, uint32_t) -> int64_t { return Result(ZMV_E_NOT_SUPPORTED); };
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_NOT_SUPPORTED);
+  EXPECT_EQ(MdatEnd(), end + 28);
+  stream->Seek = seek;
+  EXPECT_EQ(WriteVideo(10), 0);
+  EXPECT_EQ(Difference(BytesOf(File(), {"", end + 28, 4}), Text("RECO")), "");
+  EXPECT_EQ(Difference(BytesOf(File(), {"", end + 56, 10}), Join({Be32(6), ByteVector(6, 0x55)})), "");
+}
+
+TEST_F(WriterEndurance, Stco_SpillFails_IsReportedAndReturned) {
+  StartText(1);
+  for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(WriteText(10 + i), 0);
+  host.Fail(HostCall::kWrite, 4);  // two for stsz, one for the record
+  EXPECT_EQ(static_cast<uint32_t>(WriteText(5)), ZMV_E_WRITE);
+  EXPECT_TRUE(host.Traced("stco entry write error (-2147483629)\n"));
+  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 11u);
+  // The entry is added all the same: without it every later frame would be found at the offset of the next.
+  EXPECT_EQ(Track().m_Stco.m_dwEntryNum, 11u);
+  EXPECT_EQ(WriteText(5), 0);
+  EXPECT_EQ(Difference(FileFrom(Offsets().back()), ByteVector(5, 0x77)), "");
+}
+
+TEST_F(WriterEndurance, Stco_SpillFailsTwice_LeavesTheEntryOut) {
+  StartText(1);
+  for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(WriteText(10 + i), 0);
+  host.Fail(HostCall::kWrite, 4, ScriptedHost::kForGood);
+  EXPECT_EQ(static_cast<uint32_t>(WriteText(5)), ZMV_E_WRITE);
+  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 11u);
+  EXPECT_EQ(Track().m_Stco.m_dwEntryNum, 10u);
+}
+
+TEST_F(WriterEndurance, OtherSpillsThatFail_DoNotStopTheFrame) {
+  StartText(0);
+  for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(WriteText(10 + i), 0);
+  host.Fail(HostCall::kWrite, 1);
+  EXPECT_EQ(WriteText(5), 0);
+  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 11u);  // at the second attempt
+  EXPECT_EQ(Track().dwTotalFrames, 11u);
+}
+
+// ---- Memory of a long recording
 
 TEST_F(WriterEndurance, FourHoursOfTinyFrames_TakeNoMemoryAfterSetUp) {
   host.record = false;

@@ -44,6 +44,65 @@ TEST_F(WriterLimits, Beyond4GiB_IsRefusedBeforeAnythingIsTouched) {
   EXPECT_THAT(host.Traces(1).back(), HasSubstr("no room for frame media(2) index(0) size(73)"));
 }
 
+TEST_F(WriterLimits, At4GiB_TheLastByteIsTaken) {
+  AddAudio();
+  Start();
+  EXPECT_EQ(WriteAudio(10), 0);
+  // Record, payload and an entry of every table; the moov header, two entries of stts and one of stsc at close, and
+  // what the sample description may take.
+  const uint32_t largest = 0xFFFFFFFF - (28 + 10 + 32) - (8 + 16 + 12 + 64);
+  const uint32_t before = writer->m_dwCurSize;
+  writer->m_dwCurSize = largest + 1;
+  const ByteVector state = State();
+  EXPECT_EQ(static_cast<uint32_t>(WriteAudio(10)), ZMV_E_WRITE);
+  EXPECT_EQ(Difference(State(), state), "");
+  writer->m_dwCurSize = largest;
+  EXPECT_EQ(WriteAudio(10), 0);
+  EXPECT_EQ(writer->m_dwCurSize, largest + 28 + 10 + 8);  // entries of stsz and stco
+  writer->m_dwCurSize = before;
+}
+
+// As if a payload had brought mdat to below 4 GiB, by more than the 3400 bytes that closing may take: the frames that
+// are still taken leave room for it.
+TEST_F(WriterLimits, At4GiB_ClosingStaysBelow) {
+  host.record = false;
+  host.trace_level = 0;
+  for (const uint8_t interleave : {uint8_t{0}, uint8_t{1}}) {
+    uint32_t closest = UINT32_MAX;
+    for (uint32_t frames = 40; frames <= 112; ++frames) {
+      for (uint32_t distance = 3600; distance <= 5000; distance += 37) {
+        CountingStream counting;
+        info = {};
+        AddVideo(FourCC("MP4V"), 1000);
+        AddText(1000);
+        std::srand(1);
+        ASSERT_EQ(MP4WriterOpen(&writer, &counting.handle, interleave, 100'000), 0);  // 110 entries
+        ASSERT_EQ(SetInfo(), 0);
+        // Durations, sizes and chunks that differ from each other fill the tables.
+        uint32_t time = 0;
+        const auto write_pair = [&] {
+          for (uint32_t i = 0; i < 1 + time % 2; ++i) {
+            if (WriteVideo(5 + time % 2, time, ZMV_NOT_KEY_FRAME, 30000 + 1000 * time) != 0) return false;
+          }
+          ++time;
+          return WriteText(5 + time % 2, time, 1000 + time) == 0;
+        };
+        for (uint32_t i = 0; i < frames; ++i) ASSERT_TRUE(write_pair());
+        const uint32_t jump = 0xFFFFFFFF - distance - writer->m_dwCurSize;
+        writer->m_dwCurSize += jump;
+        writer->m_dwMdatSize += jump;
+        counting.position += jump;
+        while (write_pair()) {
+        }
+        CloseWriter();
+        ASSERT_LE(counting.end, 0xFFFFFFFFu) << frames << " " << distance;
+        closest = std::min(closest, static_cast<uint32_t>(0xFFFFFFFF - counting.end));
+      }
+    }
+    EXPECT_LT(closest, 700u);  // and not much is given away
+  }
+}
+
 TEST_F(WriterLimits, Below4GiB_RoomForClosingIsKept) {
   AddAudio(ZMV_AUDIO_PCM);
   Start();

@@ -199,6 +199,42 @@ class WriterTest : public ::testing::Test {
   MP4WriterHandle* writer = nullptr;
 };
 
+// A stream that counts what it is given and keeps nothing. Its size may pass what a position can express.
+struct CountingStream {
+  ZMVStreamBuf handle = {};
+  uint32_t cursors = 0;
+  uint64_t position = 0;
+  uint64_t end = 0;
+  uint64_t written = 0;
+  uint64_t writes = 0;
+
+  static CountingStream& Of(void* context) { return *static_cast<CountingStream*>(context); }
+  CountingStream() {
+    handle.hInOut = this;
+    handle.Index = [](void* context, uint32_t* idx, uint32_t) -> int64_t {
+      *idx = Of(context).cursors++;
+      return 0;
+    };
+    handle.WriteBuffer = [](void* context, uint32_t, const void*, uint32_t len) -> int64_t {
+      Of(context).position += len;
+      Of(context).end = std::max(Of(context).end, Of(context).position);
+      Of(context).written += len;
+      ++Of(context).writes;
+      return len;
+    };
+    handle.ReadBuffer = [](void*, uint32_t, void* dst, uint32_t len) -> int64_t {
+      std::memset(dst, 0, len);
+      return len;
+    };
+    handle.Seek = [](void* context, uint32_t idx, uint32_t pos) -> int64_t {
+      if (idx == 0) Of(context).position = pos;
+      return 0;
+    };
+    handle.Pos = [](void* context, uint32_t) { return static_cast<uint32_t>(Of(context).position); };
+    handle.GetFilesize = [](void* context) { return static_cast<int64_t>(Of(context).position); };
+  }
+};
+
 }  // namespace zmv::test
 
 #endif

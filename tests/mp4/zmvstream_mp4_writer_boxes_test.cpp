@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -275,6 +276,69 @@ TEST_F(MovieBoxes, Trak_WithoutSampleDescription_IsOneByteShortAndItsParentsSayS
   EXPECT_EQ(ByteVector(trak.begin() + 100, trak.begin() + 104), Be32(148 + 112));  // mdia
   EXPECT_EQ(ByteVector(trak.begin() + 177, trak.begin() + 181), Be32(71 + 112));   // minf
   EXPECT_EQ(ByteVector(trak.begin() + 241, trak.end()), Join({Be32(7 + 112), Text("stb")}));
+}
+
+// ---- The entry points for sample descriptions
+
+// An H.264 track without configuration, and a destination in which untouched bytes show.
+class EntryPoints : public ::testing::Test {
+ protected:
+  EntryPoints() {
+    track_->dwMediaType = ZMV_MEDIA_VIDEO;
+    track_->dwFourCC = FourCC("avc1");
+  }
+  ScriptedHost host_;
+  std::unique_ptr<MP4WriterTrack> track_ = std::make_unique<MP4WriterTrack>();
+  ByteVector dst_ = ByteVector(20 * 1024, kFiller);
+};
+
+TEST_F(EntryPoints, SayThatTheyCameAndWent) {
+  uint8_t* cursor = dst_.data();
+  MP4WriterTrack* const track = track_.get();
+  uint8_t* const dst = dst_.data();
+  const auto expect_pair = [this](uint32_t) {
+    EXPECT_THAT(host_.Traces(4), ::testing::ElementsAre("Enter.\n", "Leave.\n"));
+    host_.ClearRecords();
+  };
+  expect_pair(MP4WriterMakeStsd(track, dst));  // nothing inside comes and goes
+  expect_pair(MP4WriterMakeSampleEntry(dst, 1, 16));
+  expect_pair(MP4WriterMakeAudioSampleEntry(track, dst, 1, 36));
+  expect_pair(MP4WriterMakeVideoSampleEntry(track, dst, 1, 86));
+  expect_pair(MP4WriterMakeEsds(track, dst, 0, 0));
+  expect_pair(MP4WriterMakeBtrt(track, dst));
+  expect_pair(MP4WriterMakeAvcc(track, dst, 100));
+  expect_pair(MP4WriterMakeHvcc(track, dst, 200));
+  expect_pair(MP4WriterSetDescLength(&cursor, 5, 0));
+}
+
+TEST_F(EntryPoints, NullArguments_AreRefused) {
+  MP4WriterTrack* const track = track_.get();
+  uint8_t* const dst = dst_.data();
+  uint8_t* no_cursor = nullptr;
+  const struct {
+    uint32_t result, refusal;
+  } rows[] = {
+      {MP4WriterMakeStsd(nullptr, dst), mp4::kNoSampleDescription},
+      {MP4WriterMakeStsd(track, nullptr), mp4::kNoSampleDescription},
+      {MP4WriterMakeEsds(nullptr, dst, 0, 0), mp4::kNoSampleDescription},
+      {MP4WriterMakeEsds(track, nullptr, 0, 0), mp4::kNoSampleDescription},
+      {MP4WriterMakeAvcc(nullptr, dst, 100), mp4::kNoSampleDescription},
+      {MP4WriterMakeAvcc(track, nullptr, 100), mp4::kNoSampleDescription},
+      {MP4WriterMakeHvcc(nullptr, dst, 100), mp4::kNoSampleDescription},
+      {MP4WriterMakeHvcc(track, nullptr, 100), mp4::kNoSampleDescription},
+      {MP4WriterMakeSampleEntry(nullptr, 1, 16), 0},
+      {MP4WriterMakeAudioSampleEntry(nullptr, dst, 1, 36), 0},
+      {MP4WriterMakeAudioSampleEntry(track, nullptr, 1, 36), 0},
+      {MP4WriterMakeVideoSampleEntry(nullptr, dst, 1, 86), 0},
+      {MP4WriterMakeVideoSampleEntry(track, nullptr, 1, 86), 0},
+      {MP4WriterMakeBtrt(nullptr, dst), 0},
+      {MP4WriterMakeBtrt(track, nullptr), 0},
+      {MP4WriterSetDescLength(nullptr, 5, 0), 0},
+      {MP4WriterSetDescLength(&no_cursor, 5, 0), 0},
+  };
+  for (const auto& row : rows) EXPECT_EQ(row.result, row.refusal) << &row - rows;
+  EXPECT_EQ(host_.Traces(1).size(), std::size(rows));
+  EXPECT_EQ(dst_, ByteVector(dst_.size(), kFiller));
 }
 
 }  // namespace

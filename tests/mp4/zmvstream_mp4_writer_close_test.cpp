@@ -307,7 +307,10 @@ TEST_F(WriterClose, PresizedFile_RestBelowAHeader_IsAHeader) {
   CloseWriter();
   const uint64_t whole = File().size();
   Close();
-  for (const uint64_t rest : {0u, 1u, 7u, 8u, 9u}) {
+  // A rest of 4 GiB and more is stated by its low half.
+  const uint64_t low = UINT64_C(1) << 32;
+  for (const uint64_t rest :
+       {uint64_t{0}, uint64_t{1}, uint64_t{7}, uint64_t{8}, uint64_t{9}, low, low + 1, low + 7, low + 9}) {
     std::srand(1);
     Start();
     EXPECT_EQ(WriteAudio(10), 0);
@@ -316,8 +319,7 @@ TEST_F(WriterClose, PresizedFile_RestBelowAHeader_IsAHeader) {
     if (rest == 0) {
       EXPECT_EQ(File().size(), whole);
     } else {
-      EXPECT_EQ(Difference(FileFrom(whole), Join({Be32(static_cast<uint32_t>(rest < 8 ? 8 : rest)), Text("free")})),
-                "");
+      EXPECT_EQ(Difference(FileFrom(whole), Join({Be32(std::max(static_cast<uint32_t>(rest), 8u)), Text("free")})), "");
     }
     host.presized = 0;
     Close();
@@ -370,6 +372,48 @@ TEST_F(WriterClose, UncheckedRecordThatFailed_LeavesTheMovieSizeRight) {
   const auto found = std::search(File().begin(), File().end(), name.begin(), name.end());
   const size_t moov = static_cast<size_t>(found - File().begin()) - 4;
   EXPECT_EQ(Be32At(File(), moov), File().size() - moov);
+}
+
+// Three user boxes of two writes each, then moov.
+TEST_F(WriterClose, UserBoxThatFailed_LeavesMoovWhereTheSizesLeadTo) {
+  for (uint64_t call = 1; call <= 5; ++call) {
+    StartAll(1);
+    WriteAll(2);
+    const uint32_t end = MdatEnd();
+    host.Fail(HostCall::kWrite, call);
+    CloseWriter();
+    EXPECT_EQ(Difference(BytesOf(File(), {"", end + 168 + 32 + 12 + 4, 4}), Text("moov")), "") << call;
+    EXPECT_EQ(Be32At(File(), end + 168 + 32 + 12), File().size() - end - 168 - 32 - 12);
+    Close();
+  }
+}
+
+TEST_F(WriterClose, PayloadThatFailed_LeavesNothingBetweenMdatAndMoov) {
+  AddVideo();
+  Start();
+  EXPECT_EQ(WriteVideo(10), 0);
+  host.Fail(HostCall::kWrite, 3);
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_WRITE);
+  CloseWriter();
+  EXPECT_EQ(Types(TopBoxes()), (std::vector<std::string>{"ftyp", "free", "free", "free", "mdat", "moov"}));
+}
+
+TEST_F(WriterClose, Messages_HaveTheirLevels) {
+  AddAudio();
+  Start();
+  EXPECT_EQ(WriteAudio(10), 0);
+  const std::string mdat = "Mdat Size (" + std::to_string(writer->m_dwMdatSize) + ")\n";
+  const size_t begin = MdatEnd();
+  CloseWriter();
+  const std::string moov = "Moov Size (" + std::to_string(File().size() - begin) + ")\n";
+  EXPECT_THAT(host.Traces(3), ::testing::IsSupersetOf({mdat, moov}));
+  EXPECT_EQ(host.traces().back().text, "Leave.\n");
+  EXPECT_EQ(host.traces().back().level, 4);
+  Close();
+  Start();
+  host.Fail(HostCall::kMalloc, 1);
+  CloseWriter();
+  EXPECT_THAT(host.Traces(1), Contains("MAX_BOX_SIZE(16384) Malloc Fail!!!\n"));
 }
 
 TEST_F(WriterClose, SeekFails_PatchesNothingElsewhere) {

@@ -317,57 +317,22 @@ TEST_F(WriterFrames, Spill_OfChunkOffsetsStandsBetweenRecordAndPayload) {
   EXPECT_THAT(Numbers(Track().m_Stco), ElementsAre(end + 48 + 28 + 48));
 }
 
-TEST_F(WriterFrames, Payload_WriteFails_GivesTheCodeAndKeepsTheEntries) {
+TEST_F(WriterFrames, Messages_HaveTheirLevels) {
+  EXPECT_EQ(Open(), 0);
+  EXPECT_EQ(WriteAudio(1), -1);
+  Close();
   AddAudio();
   Start();
+  EXPECT_EQ(WriteAudio(1, 100), 0);
+  EXPECT_EQ(WriteAudio(1, 100), 0);
+  EXPECT_EQ(WriteAudio(1, 90), 0);
   host.Fail(HostCall::kWrite, 2);
-  const uint32_t end = MdatEnd();
-  EXPECT_EQ(static_cast<uint32_t>(WriteAudio(10)), ZMV_E_WRITE);
-  EXPECT_TRUE(host.Traced("write error (-2147483629)\n"));
-  EXPECT_EQ(MdatEnd(), end + 28);
-  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 1u);
-  EXPECT_EQ(Track().m_Stco.m_dwEntryNum, 1u);
-  EXPECT_EQ(Track().m_dwMaxSize, 0u);
-}
-
-TEST_F(WriterFrames, Payload_EitherOrBothPartsFail_GivesTheCode) {
-  AddVideo();
-  Start();
-  for (const uint64_t call : {2u, 3u}) {
-    host.Fail(HostCall::kWrite, call);
-    EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_WRITE) << call;
-  }
-  host.Fail(HostCall::kWrite, 2, ScriptedHost::kForGood);
-  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(10)), ZMV_E_WRITE);
-}
-
-TEST_F(WriterFrames, Record_WriteFails_IsNotLookedAt) {
-  AddAudio();
-  Start();
-  const uint32_t end = MdatEnd();
-  host.Fail(HostCall::kWrite, 1);
-  EXPECT_EQ(WriteAudio(10), 0);
-  EXPECT_EQ(MdatEnd(), end + 38);
-  EXPECT_EQ(File().size(), end + 10);
-}
-
-TEST_F(WriterFrames, Stco_SpillFails_IsReportedAndReturned) {
-  StartText(1);
-  for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(WriteText(10 + i), 0);
-  host.Fail(HostCall::kWrite, 4);  // two for stsz, one for the record
-  EXPECT_EQ(static_cast<uint32_t>(WriteText(5)), ZMV_E_WRITE);
-  EXPECT_TRUE(host.Traced("stco entry write error (-2147483629)\n"));
-  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 11u);
-  EXPECT_EQ(Track().m_Stco.m_dwEntryNum, 10u);
-}
-
-TEST_F(WriterFrames, OtherSpillsThatFail_DoNotStopTheFrame) {
-  StartText(0);
-  for (uint32_t i = 0; i < 10; ++i) EXPECT_EQ(WriteText(10 + i), 0);
-  host.Fail(HostCall::kWrite, 1);
-  EXPECT_EQ(WriteText(5), 0);
-  EXPECT_EQ(Track().m_Stsz.m_dwEntryNum, 10u);
-  EXPECT_EQ(Track().dwTotalFrames, 11u);
+  EXPECT_EQ(static_cast<uint32_t>(WriteAudio(1, 100)), ZMV_E_WRITE);
+  EXPECT_THAT(host.Traces(1), ::testing::IsSupersetOf({
+                                  "can not find matched stream media(2) index(0)\n",
+                                  "CTS went backwards.!!! (prev 100 > curr 90) media(2) index(0) dur(20)\n",
+                                  "write error (-2147483629)\n",
+                              }));
 }
 
 TEST_F(WriterFrames, NoHandleOrPayload_IsRefused) {

@@ -234,6 +234,19 @@ TEST_F(WriterTableBoxes, ShortReadsAndNoProgress_EndWell) {
   EXPECT_EQ(Difference(copied, Numbers(1, 11)), "");
 }
 
+TEST_F(WriterTableBoxes, ShortWrites_AreWriteErrors) {
+  StartText();
+  AddSizes(1, 11);
+  ByteVector scratch(64);
+  // Inside the header, inside the copied block, inside the buffer.
+  for (const uint64_t room : {19u, 20u, 59u, 60u, 63u}) {
+    host.file_capacity = File().size() + room;
+    EXPECT_EQ(static_cast<uint32_t>(MP4WriterWriteStsz(writer, &Track(), scratch.data(), 64)), ZMV_E_WRITE) << room;
+    host.file_capacity = UINT64_MAX;
+  }
+  EXPECT_EQ(MP4WriterWriteStsz(writer, &Track(), scratch.data(), 64), 0);
+}
+
 TEST_F(WriterTableBoxes, NoHandle_IsRefused) {
   for (const BoxWriter write :
        {MP4WriterWriteStts, MP4WriterWriteStsz, MP4WriterWriteStsc, MP4WriterWriteStco, MP4WriterWriteStss}) {

@@ -226,6 +226,30 @@ TEST_F(WriterTables, Spill_WriteFails_KeepsTheBufferAndTheSlot) {
     EXPECT_EQ(writer->m_bNewChunk, 0);
     EXPECT_EQ(MP4WriterWriteStszEntry(writer, &Track(), 11), 0);
     EXPECT_EQ(Track().m_Stsz.m_dwSpillNum, 1u);
+    // The second attempt takes the place of the first.
+    EXPECT_EQ(Track().m_Stsz.m_dwSpillPos[0], end);
+    EXPECT_EQ(File().size(), end + 48);
+    EXPECT_EQ(Difference(BytesOf(File(), {"", end, 12}), Join({Text("tabl"), Be32(40), Be32(1)})), "");
+    Close();
+  }
+}
+
+TEST_F(WriterTables, Spill_CutShort_IsAWriteError) {
+  for (const uint64_t room : {1u, 7u, 8u, 47u}) {
+    info = {};
+    StartText();
+    for (uint32_t i = 1; i <= 10; ++i) EXPECT_EQ(MP4WriterWriteStszEntry(writer, &Track(), i), 0);
+    const uint32_t end = MdatEnd();
+    host.file_capacity = end + room;
+    host.ClearRecords();
+    EXPECT_EQ(static_cast<uint32_t>(MP4WriterWriteStszEntry(writer, &Track(), 11)), ZMV_E_WRITE) << room;
+    EXPECT_THAT(host.Traces(1), Contains("err (0x80000013)\n"));
+    EXPECT_EQ(Track().m_Stsz.m_dwSpillNum, 0u);
+    EXPECT_EQ(MdatEnd(), end);
+    host.file_capacity = UINT64_MAX;
+    EXPECT_EQ(MP4WriterWriteStszEntry(writer, &Track(), 11), 0);
+    EXPECT_EQ(Track().m_Stsz.m_dwSpillPos[0], end);
+    EXPECT_EQ(File().size(), end + 48);
     Close();
   }
 }
