@@ -41,13 +41,17 @@ class TableCursor {
     cursor_ = start_ = saved_ = 0;
   }
 
-  // The next word of the table. False at the table's end, and on a failed read, which Error() then names.
+  // The next word of the table. False at the table's end, and on a failed read, which Error() then names and which
+  // leaves the cursor where it was.
   bool Next(uint32_t* value) {
-    if (error_ != 0 || !Present() || ZMVStreamBuf_Pos(&stream_, cursor_) + uint64_t{4} > End()) return false;
+    if (error_ != 0 || !Present()) return false;
+    const uint32_t position = ZMVStreamBuf_Pos(&stream_, cursor_);
+    if (position + uint64_t{4} > End()) return false;
     int64_t error = 0;
     const uint64_t word = ZMVStreamBuf_ReadDWordBE(&stream_, cursor_, &error);
     if (error != 0) [[unlikely]] {
       error_ = StreamError(error);
+      Move(position);
       return false;
     }
     *value = static_cast<uint32_t>(word);

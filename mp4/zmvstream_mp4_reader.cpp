@@ -1,6 +1,7 @@
 // The MP4 reader: opening, closing, and asking a file that is still growing whether it can be described yet.
 #include "mp4/zmvstream_mp4_reader.h"
 
+#include "base/arith.h"
 #include "base/host_memory.h"
 #include "mp4/mp4_reader.h"
 #include "mp4/mp4_table_cursor.h"
@@ -13,7 +14,7 @@ int32_t Open(MP4FReaderHandle** out, ZMVStreamBuf& stream) {
   if (!handle) return Result(ZMV_E_MEMORY);
   handle->m_hStream = &stream;
   const int64_t size = ZMVStreamBuf_Size(&stream);
-  handle->m_dwFileSize = size < 0 ? 0 : static_cast<uint32_t>(size);
+  handle->m_dwFileSize = size < 0 ? 0 : SaturatingU32(static_cast<uint64_t>(size));
   const int64_t result = ZMVStreamBuf_Index(&stream, &handle->m_dwIndex, 0);
   if (Failed(result)) return static_cast<int32_t>(result);
   *out = handle.Release();
@@ -87,6 +88,7 @@ void ReleaseTables(MP4FReaderHandle& handle, MP4ReaderTrack& track) {
 
 void ClearTrack(MP4FReaderHandle& handle, MP4ReaderTrack& track) {
   ReleaseTables(handle, track);
+  ZMVStreamBuf_Close(track.m_hStream);
   FreeConfig(track);
   MP4ReaderTrack fresh{};
   fresh.m_dwTrackID = track.m_dwTrackID;

@@ -3,7 +3,8 @@
  *
  * Applications play back through the reader facade (facade/zmvstream_reader.h); these are the container's own entry
  * points. Order: Open, IsValidInfo while a file is still growing, GetInfo, any number of reads, Close. Calls on one
- * handle come from one thread at a time. Results are 0 or a count, or a negative ZMV_E_* code. Times are milliseconds.
+ * handle come from one thread at a time. Results are 0 or a count, or a negative ZMV_E_* code; a null argument gives
+ * ZMV_E_FAIL where a code is returned and nothing else is said. Times are milliseconds.
  *
  * Sample tables are never loaded: each is read in place through a cursor on the file's stream, so neither opening nor
  * reading takes memory that grows with the length of a recording. A track takes four or five of the stream's 20
@@ -45,20 +46,25 @@ ZMV_API uint8_t MP4FReaderIsValidInfo(MP4FReaderHandle* handle);
  * Walks the file and describes it in `info`, the caller's record (pExtraHeader and dwExtraHeaderSize are inputs).
  * Tracks beyond 12 are ignored; tracks beyond the capacity of `info` are readable but not described. May be called
  * again: the record is the same and reading starts over. 0; ZMV_E_MEMORY, also when the tracks need more than 20
- * cursors; ZMV_E_NO_TRACK_HEADER; ZMV_E_FAIL for an unusable sample description; ZMV_E_READ or ZMV_E_SEEK.
+ * cursors; ZMV_E_NO_TRACK_HEADER; ZMV_E_FAIL for an unusable sample description; ZMV_E_OPEN when the file cannot be
+ * opened once more for a track's payload; ZMV_E_NOT_SUPPORTED when the stream's provider lacks an operation; ZMV_E_READ
+ * or ZMV_E_SEEK.
  */
 ZMV_API int32_t MP4FReaderGetInfo(MP4FReaderHandle* handle, ZMVFileInfo* info);
 /*
  * The next frame of track frame->dwTrack (0 = first) of frame->dwMediaType into frame->pData (capacity frame->dwBufSize
  * bytes). Length-prefixed NAL units come out behind 4-byte start codes. Fills dwSize, llTimeStamp, llTimeStampUs
- * (video), dwDuration, dwKeyFrame and dwChunk. 0; ZMV_E_MP4_BUFFER with the size needed in dwBufSize, and the same
- * frame on the next call; ZMV_E_END after the last frame, for a payload that is cut short, or without tracks;
- * ZMV_E_READ or ZMV_E_SEEK.
+ * (video), dwDuration, dwKeyFrame and dwChunk. 0; ZMV_E_MP4_BUFFER with exactly the size needed in dwBufSize, start
+ * codes included, and the same frame on the next call; ZMV_E_END after the last frame, for a payload that is cut short,
+ * or without tracks; ZMV_E_READ when a table cannot be read, and the same frame on the next call; ZMV_E_SEEK when the
+ * frame's chunk lies outside the file. The next call goes on behind a payload that could not be had.
  */
 ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
 /*
- * The same without the payload and without dwChunk. dwBufSize is tested all the same. For NAL units dwSize is exact
- * when the sample holds one unit. Both reads move the same track position.
+ * The same without the payload and without dwChunk. dwBufSize is tested against the sample as it is stored, which is
+ * what ZMV_E_MP4_BUFFER puts there. For NAL units dwSize is exact when the sample holds one unit. Both reads move the
+ * same track position, but this one moves the payload cursor by no more than the NAL lengths it reads: a frame read
+ * afterwards is right from the next chunk on.
  */
 ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame);
 
@@ -128,7 +134,10 @@ ZMV_API int32_t MP4ReaderParseStsd(MP4FReaderHandle* handle, MP4ReaderTrack* tra
 /* Audio and video sample entries behind their 16 common bytes (ISO/IEC 14496-12 8.5.2, 12.1.3, 12.2.3). */
 ZMV_API int32_t MP4ReaderParseAudio(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
 ZMV_API int32_t MP4ReaderParseVideo(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
-/* Elementary stream descriptor (ISO/IEC 14496-14 5.6). ZMV_E_FAIL when it cannot be used. */
+/*
+ * Elementary stream descriptor (ISO/IEC 14496-14 5.6). ZMV_E_FAIL when it cannot be used, ZMV_E_READ when it is not
+ * there in full.
+ */
 ZMV_API int32_t MP4ReaderParseESDS(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
 /* Decoder configuration records (ISO/IEC 14496-15 5.3.3, 8.3.3). */
 ZMV_API int32_t MP4ReaderParseAVCC(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);

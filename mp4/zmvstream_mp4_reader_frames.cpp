@@ -1,5 +1,6 @@
 // Reading the frames of a track one after another: size, chunk, times and key flag from the tables, then the payload.
 #include "base/arith.h"
+#include "mp4/mp4_frame_step.h"
 #include "mp4/mp4_reader.h"
 #include "mp4/mp4_table_cursor.h"
 
@@ -15,13 +16,6 @@ constexpr uint8_t kStartCode[kStartCodeSize] = {0, 0, 0, 1};
 constexpr uint32_t kDurationTolerance = 5;
 
 constexpr int32_t kEnd = Result(ZMV_E_END);
-
-// The step from one sample to the next on one track.
-struct Step {
-  MP4FReaderHandle& handle;
-  MP4ReaderTrack& track;
-  const char* function;
-};
 
 // The track that the frame names by its rank among those of its medium; the last slot when there are not that many.
 MP4ReaderTrack* ChooseTrack(const MP4FReaderHandle& handle, const ZMVFrame& frame) {
@@ -42,10 +36,10 @@ int32_t TableEnd(const Step& step, const TableCursor& table) {
 }
 
 // The size of the next sample, which has to fit `capacity`.
-int32_t ReadSize(const Step& step, uint32_t capacity, ZMVFrame& frame) {
+int32_t ReadSize(Step& step, uint32_t capacity, ZMVFrame& frame) {
   TableCursor sizes = SampleSizes(step.handle, step.track);
   uint32_t size = step.track.m_dwSampleSize;
-  if (size == 0 && !sizes.Next(&size)) return TableEnd(step, sizes);
+  if (size == 0 && !step.Next(sizes, kSizes, &size)) return TableEnd(step, sizes);
   frame.dwSize = size;
   if (size <= capacity) return 0;
   sizes.StepBack();
@@ -54,54 +48,61 @@ int32_t ReadSize(const Step& step, uint32_t capacity, ZMVFrame& frame) {
 }
 
 // Takes the next entry of stsc where it begins with the chunk to be entered.
-int32_t ReadSamplesPerChunk(const Step& step) {
+int32_t ReadSamplesPerChunk(Step& step) {
   MP4ReaderTrack& track = step.track;
   if (track.m_dwNextFirstChunk != track.m_dwChunkIndex || track.m_dwStscEntry >= track.m_dwStscCount) return 0;
   TableCursor chunks = SampleChunks(step.handle, track);
   uint32_t description = 0;
   uint32_t first_chunk = 0;
-  if (chunks.Next(&track.m_dwSamplesPerChunk)) chunks.Next(&description);
+  if (step.Next(chunks, kChunks, &track.m_dwSamplesPerChunk)) step.Next(chunks, kChunks, &description);
   ++track.m_dwStscEntry;
-  track.m_dwNextFirstChunk = chunks.Next(&first_chunk) ? first_chunk - 1 : kNoChunk;
+  track.m_dwNextFirstChunk = step.Next(chunks, kChunks, &first_chunk) ? first_chunk - 1 : kNoChunk;
   return chunks.Failed() ? Report(chunks.Error(), step.function) : 0;
 }
 
-int32_t EnterChunk(const Step& step) {
+int32_t EnterChunk(Step& step) {
   MP4ReaderTrack& track = step.track;
-  if (track.m_dwMediaType == ZMV_MEDIA_AUDIO || track.m_bPcmFraming != 0) {
-    track.m_dwSamplesLeft = 1;
-  } else {
+  uint32_t samples = 1;
+  if (track.m_dwMediaType != ZMV_MEDIA_AUDIO && track.m_bPcmFraming == 0) {
     const int32_t result = ReadSamplesPerChunk(step);
     if (Failed(result)) return result;
-    track.m_dwSamplesLeft = track.m_dwSamplesPerChunk;
+    samples = track.m_dwSamplesPerChunk;
   }
   TableCursor offsets = ChunkOffsets(step.handle, track);
-  uint32_t offset = 0;
-  if (!offsets.Next(&offset)) return TableEnd(step, offsets);
+  if (!step.Next(offsets, kOffsets, &step.payload)) return TableEnd(step, offsets);
   ++track.m_dwChunkIndex;
-  const int64_t result = ZMVStreamBuf_Seek(track.m_hStream, track.m_dwIndex, offset);
-  return Failed(result) ? Report(StreamError(result), step.function) : 0;
+  track.m_dwSamplesLeft = samples;
+  const int64_t result = ZMVStreamBuf_Seek(track.m_hStream, track.m_dwIndex, step.payload);
+  if (Failed(result)) [[unlikely]] {
+    // The samples of this chunk count, but no bytes elsewhere may be taken for theirs: none are left at the end.
+    step.lost = Report(StreamError(result), step.function);
+    ZMVStreamBuf_SeekEnd(track.m_hStream, track.m_dwIndex, 0);
+  }
+  return 0;
 }
 
 // Places the payload cursor at the next sample. Behind the last chunk reading goes on where the last sample ended.
-int32_t StepChunk(const Step& step) {
+int32_t StepChunk(Step& step) {
   MP4ReaderTrack& track = step.track;
   if (track.m_dwSamplesLeft == 0 && track.m_dwChunkIndex < track.m_dwChunkCount) {
     const int32_t result = EnterChunk(step);
     if (Failed(result)) return result;
+  } else {
+    step.payload = ZMVStreamBuf_Pos(track.m_hStream, track.m_dwIndex);
   }
+  step.placed = true;
   if (track.m_dwSamplesLeft != 0) --track.m_dwSamplesLeft;
   return 0;
 }
 
 // Brings m_dwSttsDelta up to date. Empty entries are passed over; behind the last one its delta stays in force.
-int32_t ReadDelta(const Step& step) {
+int32_t ReadDelta(Step& step) {
   MP4ReaderTrack& track = step.track;
   if (track.m_dwSttsLeft != 0) return 0;
   TableCursor times = SampleTimes(step.handle, track);
   uint32_t count = 0;
   uint32_t delta = 0;
-  while (count == 0 && times.Next(&count) && times.Next(&delta)) {
+  while (count == 0 && step.Next(times, kTimes, &count) && step.Next(times, kTimes, &delta)) {
     if (count == 0) continue;
     track.m_dwSttsLeft = count;
     track.m_dwSttsDelta = delta;
@@ -119,7 +120,7 @@ void StampVideo(const MP4ReaderTrack& track, ZMVFrame& frame) {
   frame.llTimeStamp = frame.llTimeStampUs / 1000;
 }
 
-int32_t ReadTimes(const Step& step, ZMVFrame& frame) {
+int32_t ReadTimes(Step& step, ZMVFrame& frame) {
   MP4ReaderTrack& track = step.track;
   if (track.m_bPcmFraming != 0 && track.m_dwSttsDelta != 0) {
     if (track.m_dwSttsLeft == 0) track.m_dwSttsLeft = track.m_dwSampleCount;
@@ -144,7 +145,7 @@ int32_t ReadTimes(const Step& step, ZMVFrame& frame) {
   return 0;
 }
 
-int32_t ReadTimesOfInfo(const Step& step, ZMVFrame& frame) {
+int32_t ReadTimesOfInfo(Step& step, ZMVFrame& frame) {
   MP4ReaderTrack& track = step.track;
   const int32_t result = ReadDelta(step);
   if (Failed(result)) return result;
@@ -158,7 +159,7 @@ int32_t ReadTimesOfInfo(const Step& step, ZMVFrame& frame) {
   return 0;
 }
 
-int32_t ReadKeyFlag(const Step& step, ZMVFrame& frame) {
+int32_t ReadKeyFlag(Step& step, ZMVFrame& frame) {
   MP4ReaderTrack& track = step.track;
   frame.dwKeyFrame = ZMV_KEY_FRAME;
   if (track.m_dwStssCursor == 0) return 0;
@@ -168,7 +169,7 @@ int32_t ReadKeyFlag(const Step& step, ZMVFrame& frame) {
   }
   TableCursor syncs = SyncSamples(step.handle, track);
   track.m_dwNextSync = 0;
-  syncs.Next(&track.m_dwNextSync);
+  step.Next(syncs, kSyncs, &track.m_dwNextSync);
   ++track.m_dwSyncEntry;
   return syncs.Failed() ? Report(syncs.Error(), step.function) : 0;
 }
@@ -224,8 +225,8 @@ int32_t MeasureUnits(const MP4ReaderTrack& track, uint32_t left, uint32_t length
   }
 }
 
-// Puts the units of a sample behind start codes. ZMV_E_MP4_BUFFER with the size needed in dwBufSize when `capacity`,
-// which holds the sample itself, is too small for start codes that are longer than the length fields.
+// Puts the units of a sample behind start codes. ZMV_E_MP4_BUFFER with the size needed in dwBufSize when `capacity`
+// is too small for them; start codes may be longer than the length fields.
 int32_t ReadUnits(const MP4ReaderTrack& track, uint32_t capacity, ZMVFrame& frame) {
   uint32_t left = frame.dwSize;
   frame.dwSize = 0;
@@ -268,41 +269,6 @@ int32_t EstimateUnits(const MP4ReaderTrack& track, ZMVFrame& frame) {
   return 0;
 }
 
-// ---- Going back
-
-// Where a track's cursors stand, for a call that may have to be undone.
-class ReadPosition {
- public:
-  explicit ReadPosition(const Step& step) : step_(step), track_(step.track) {
-    for (size_t i = 0; i < kTables; ++i) {
-      if (Table(i).Present()) positions_[i] = Table(i).Position();
-    }
-    payload_ = ZMVStreamBuf_Pos(track_.m_hStream, track_.m_dwIndex);
-  }
-  int32_t Restore() {
-    step_.track = track_;
-    for (size_t i = 0; i < kTables; ++i) {
-      const int32_t result = Table(i).Present() ? Table(i).Move(positions_[i]) : 0;
-      if (Failed(result)) return Report(result, step_.function);
-    }
-    const int64_t result = ZMVStreamBuf_Seek(track_.m_hStream, track_.m_dwIndex, payload_);
-    return Failed(result) ? Report(StreamError(result), step_.function) : 0;
-  }
-
- private:
-  static constexpr size_t kTables = 5;
-  TableCursor Table(size_t i) const {
-    using Make = TableCursor (*)(const MP4FReaderHandle&, MP4ReaderTrack&);
-    constexpr Make kMake[kTables] = {&SampleSizes, &SampleTimes, &SampleChunks, &ChunkOffsets, &SyncSamples};
-    return kMake[i](step_.handle, step_.track);
-  }
-
-  const Step& step_;
-  MP4ReaderTrack track_;
-  uint32_t positions_[kTables] = {};
-  uint32_t payload_;
-};
-
 // ---- Frames
 
 // A track from which a sample can be had: it has a payload stream, samples and chunks.
@@ -311,19 +277,38 @@ bool HasSample(const MP4ReaderTrack* track) {
          track->m_dwChunkCount != 0;
 }
 
-int32_t ReadSample(const Step& step, uint32_t capacity, ZMVFrame& frame) {
-  MP4ReaderTrack& track = step.track;
+// What the tables say about the next sample.
+int32_t ReadTables(Step& step, uint32_t capacity, ZMVFrame& frame) {
+  const MP4ReaderTrack& track = step.track;
   int32_t result = ReadSize(step, capacity, frame);
-  if (!Failed(result)) result = StepChunk(step);
+  if (Failed(result)) return result;
+  // An audio frame is a chunk. A seek has entered the chunk of the next frame already.
+  const bool audio = track.m_dwMediaType == ZMV_MEDIA_AUDIO;
+  if (audio && track.m_dwSamplesLeft == 0 && track.m_dwChunkIndex >= track.m_dwChunkCount) return kEnd;
+  result = StepChunk(step);
   if (!Failed(result)) result = ReadTimes(step, frame);
   if (!Failed(result)) result = ReadKeyFlag(step, frame);
-  if (Failed(result)) return result;
   frame.dwChunk = track.m_dwChunkIndex;
-  result =
-      track.m_dwNalLengthSize == 0 ? ReadPayload(track, frame.pData, frame.dwSize) : ReadUnits(track, capacity, frame);
-  if (Failed(result)) return result;
-  ++track.m_dwSampleIndex;
-  return 0;
+  return result;
+}
+
+int32_t ReadTablesOfInfo(Step& step, ZMVFrame& frame) {
+  int32_t result = ReadSize(step, frame.dwBufSize, frame);
+  if (!Failed(result)) result = StepChunk(step);
+  if (!Failed(result)) result = ReadTimesOfInfo(step, frame);
+  if (!Failed(result)) result = ReadKeyFlag(step, frame);
+  return result;
+}
+
+// Takes the step back that ended with `result`, which stays the result unless that fails.
+int32_t GoBack(const Step& step, int32_t result) {
+  const int32_t undone = step.Undo();
+  return Failed(undone) ? undone : result;
+}
+
+// The end of a track and a buffer that is too small are ordinary answers.
+constexpr bool IsFault(int32_t result) {
+  return Failed(result) && result != kEnd && result != Result(ZMV_E_MP4_BUFFER);
 }
 
 }  // namespace
@@ -332,35 +317,36 @@ int32_t ReadFrame(MP4FReaderHandle& handle, ZMVFrame& frame) {
   constexpr const char* kFunction = "MP4FReaderReadFrame";
   MP4ReaderTrack* track = ChooseTrack(handle, frame);
   if (!HasSample(track)) return kEnd;
-  // An audio frame is a chunk. A seek has entered the chunk of the next frame already.
-  const bool audio = track->m_dwMediaType == ZMV_MEDIA_AUDIO;
-  if (audio && track->m_dwSamplesLeft == 0 && track->m_dwChunkIndex >= track->m_dwChunkCount) return kEnd;
-
-  const Step step{handle, *track, kFunction};
+  Step step(handle, *track, kFunction);
   const uint32_t capacity = frame.pData != nullptr ? frame.dwBufSize : 0;
-  if (track->m_dwNalLengthSize == 0 || track->m_dwNalLengthSize >= kStartCodeSize) {
-    return ReadSample(step, capacity, frame);
+  // Start codes that are longer than the length fields: the units tell what is needed.
+  const bool grows = track->m_dwNalLengthSize != 0 && track->m_dwNalLengthSize < kStartCodeSize;
+  int32_t result = ReadTables(step, grows ? 0xFFFFFFFFu : capacity, frame);
+  if (result == Result(ZMV_E_MP4_BUFFER)) return result;
+  if (Failed(result)) return GoBack(step, result);
+  const uint32_t size = frame.dwSize;
+  result = step.lost;
+  if (!Failed(result)) {
+    result =
+        track->m_dwNalLengthSize == 0 ? ReadPayload(*track, frame.pData, size) : ReadUnits(*track, capacity, frame);
   }
-  ReadPosition before(step);
-  const int32_t result = ReadSample(step, capacity, frame);
-  if (result != Result(ZMV_E_MP4_BUFFER)) return result;
-  const int32_t restored = before.Restore();
-  return Failed(restored) ? restored : result;
+  if (result == Result(ZMV_E_MP4_BUFFER)) return GoBack(step, result);
+  ++track->m_dwSampleIndex;
+  if (Failed(result) && !Failed(step.lost)) step.PassOver(size);
+  return result;
 }
 
 int32_t ReadFrameInfo(MP4FReaderHandle& handle, ZMVFrame& frame) {
   constexpr const char* kFunction = "MP4FReaderReadFrameInfo";
   MP4ReaderTrack* track = ChooseTrack(handle, frame);
   if (!HasSample(track)) return kEnd;
-  const Step step{handle, *track, kFunction};
-  int32_t result = ReadSize(step, frame.dwBufSize, frame);
-  if (!Failed(result)) result = StepChunk(step);
-  if (!Failed(result)) result = ReadTimesOfInfo(step, frame);
-  if (!Failed(result)) result = ReadKeyFlag(step, frame);
-  if (!Failed(result) && track->m_dwNalLengthSize != 0) result = EstimateUnits(*track, frame);
-  if (Failed(result)) return result;
+  Step step(handle, *track, kFunction);
+  const int32_t result = ReadTablesOfInfo(step, frame);
+  if (result == Result(ZMV_E_MP4_BUFFER)) return result;
+  if (Failed(result)) return GoBack(step, result);
   ++track->m_dwSampleIndex;
-  return 0;
+  if (Failed(step.lost)) return step.lost;
+  return track->m_dwNalLengthSize != 0 ? EstimateUnits(*track, frame) : 0;
 }
 
 }  // namespace zmv::mp4::reader
@@ -371,11 +357,13 @@ using namespace zmv::mp4::reader;
 int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame) {
   TraceScope scope(kModule, __func__);
   if (handle == nullptr || frame == nullptr) return scope.Fail(Result(ZMV_E_FAIL));
-  return ReadFrame(*handle, *frame);
+  const int32_t result = ReadFrame(*handle, *frame);
+  return IsFault(result) ? scope.Fail(result) : result;
 }
 
 int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame) {
   TraceScope scope(kModule, __func__);
   if (handle == nullptr || frame == nullptr) return scope.Fail(Result(ZMV_E_FAIL));
-  return ReadFrameInfo(*handle, *frame);
+  const int32_t result = ReadFrameInfo(*handle, *frame);
+  return IsFault(result) ? scope.Fail(result) : result;
 }

@@ -95,13 +95,15 @@ int32_t ParseTkhd(BoxWalk& walk, uint32_t payload) {
   if (box.Failed()) return box.Error();
 
   const uint32_t known = walk.handle.m_dwTrackCount;
+  const MP4ReaderTrack* named = walk.track;
   walk.track = FindTrack(walk.handle, id);
   if (walk.track == nullptr) {
     if (known < kMp4ReaderMaxTracks) return Result(ZMV_E_MEMORY);
     walk.stop = true;  // one track too many: passed over
     return 0;
   }
-  if (known == walk.handle.m_dwTrackCount) ClearTrack(walk.handle, *walk.track);
+  // A track of this ID from before belongs to an earlier trak, unless the header is repeated inside this one.
+  if (known == walk.handle.m_dwTrackCount && walk.track != named) ClearTrack(walk.handle, *walk.track);
   walk.track->m_dwDuration = duration;
   ZMV_TRACE(kModule, kTraceInfo, "hStream TrackID(%d) TKHD Duration(%lld)\n", static_cast<int>(id),
             static_cast<long long>(duration));

@@ -90,7 +90,7 @@ TEST_F(ReaderEsds, RepeatedConfiguration_ReplacesTheFirst) {
 
 TEST_F(ReaderEsds, NoMemory_MakesItUnusable) {
   const ByteVector box = Esds();
-  for (uint64_t nth : {1, 2}) {  // the buffer, the configuration
+  for (uint64_t nth : {1u, 2u}) {  // the buffer, the configuration
     Load(ByteVector(box.begin() + 8, box.end()));
     track_ = MP4ReaderFindTrak(reader_, 1);
     host_.Fail(HostCall::kMalloc, nth);

@@ -88,6 +88,42 @@ TEST_F(ReaderFrameTimes, NoTimes_AreZero) {
   EXPECT_THAT(Collect(ZMV_MEDIA_VIDEO, 2, &ZMVFrame::llTimeStamp), ElementsAre(0, 0));
 }
 
+TEST_F(ReaderFrameTimes, EmptyTimeTable_GivesTimesZero) {
+  TrackSpec track = PlainVideo({Unit(1, 1), Unit(2, 1)});
+  track.leave_out = {"stts"};
+  track.table_extra = Table("stts", 0, {});
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  EXPECT_THAT(Collect(ZMV_MEDIA_VIDEO, 2, &ZMVFrame::llTimeStamp), ElementsAre(0, 0));
+  EXPECT_EQ(Track(0).m_dwSttsDelta, 0u);
+}
+
+TEST_F(ReaderFrameTimes, TableAtTheEndOfTheFile_IsReadToItsLastEntryAndNoFurther) {
+  TrackSpec track = PlainVideo({Unit(1, 3), Unit(2, 4), Unit(3, 5), Unit(4, 6), Unit(5, 7)});
+  track.samples_per_chunk = 2;
+  track.chunks = {{{1, 2, 1}, {3, 1, 1}}};
+  track.times = {{2, 40}, {2, 50}};  // one sample short
+  const ByteVector whole = BuildMp4({track});
+  for (const char* type : {"stts", "stsc", "stsz", "stco"}) {
+    // Every box around the tables ends with the file, so a table can be moved to its end.
+    const ByteVector name = Text(type);
+    const auto header = std::search(whole.begin(), whole.end(), name.begin(), name.end()) - 4;
+    const ptrdiff_t size = header[2] << 8 | header[3];
+    const ByteVector moved = Join(
+        {ByteVector(whole.begin(), header), ByteVector(header + size, whole.end()), ByteVector(header, header + size)});
+    ASSERT_EQ(Describe(moved), 0u) << type;
+    host_.ClearRecords();
+    std::vector<uint64_t> times;
+    for (const ByteVector& frame : track.frames) {
+      const ReadResult read = Read(ZMV_MEDIA_VIDEO);
+      EXPECT_EQ(read.data, frame) << type;
+      times.push_back(read.frame.llTimeStamp);
+    }
+    EXPECT_THAT(times, ElementsAre(0, 40, 80, 130, 180)) << type;
+    EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_END);
+    EXPECT_THAT(host_.Traces(1), ElementsAre()) << type;
+  }
+}
+
 TEST_F(ReaderFrameTimes, TimeScaleZero_GivesTimesZero) {
   TrackSpec video = PlainVideo({Unit(1, 1), Unit(2, 1)});
   video.time_scale = 0;
@@ -168,6 +204,32 @@ TEST_F(ReaderFrameTimes, AudioChunksUsedUp_IsTheEnd) {
   EXPECT_EQ(info_->m_Audio.dwFrames, 3u);
   EXPECT_EQ(Read(ZMV_MEDIA_AUDIO).code, 0u);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(Read(ZMV_MEDIA_AUDIO).code, ZMV_E_END);
+}
+
+TEST_F(ReaderFrameTimes, AudioChunksUsedUp_TheSizeIsTestedFirst) {
+  TrackSpec track = AudioTrack();
+  track.frames = {Unit(1, 4)};
+  track.sizes = {{4, 5, 6}};
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_AUDIO).code, 0u);
+  for (int i = 0; i < 5; ++i) {
+    const ReadResult refused = Read(ZMV_MEDIA_AUDIO, 4);
+    EXPECT_EQ(refused.code, ZMV_E_MP4_BUFFER);
+    EXPECT_EQ(refused.frame.dwBufSize, 5u);  // the second size every time
+    EXPECT_EQ(Read(ZMV_MEDIA_AUDIO, 5).code, ZMV_E_END);
+  }
+}
+
+TEST_F(ReaderFrameTimes, PcmInfo_ReadsTheDeltaOfTheTable) {
+  TrackSpec track = PcmTrack(4, 1024, 2);
+  track.times = {{4096, 480}};
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  for (uint32_t i = 0; i < 4; ++i) {
+    const ReadResult read = ReadInfo(ZMV_MEDIA_AUDIO);
+    ASSERT_EQ(read.code, 0u);
+    EXPECT_EQ(read.frame.llTimeStamp, 10 * i);
+    EXPECT_EQ(read.frame.dwDuration, 10u);
+  }
 }
 
 TEST_F(ReaderFrameTimes, AudioNeverReadsItsChunkTable) {

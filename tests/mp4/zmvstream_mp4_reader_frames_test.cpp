@@ -5,7 +5,18 @@ namespace {
 
 using ::testing::ElementsAre;
 
-using ReaderFrames = ReaderTest;
+class ReaderFrames : public ReaderTest {
+ protected:
+  // The lines that one function traced.
+  std::vector<std::string> LinesOf(const std::string& function) const {
+    std::vector<std::string> lines;
+    for (const TraceRecord& trace : host_.traces()) {
+      if (trace.function == function) lines.push_back(trace.text);
+    }
+    return lines;
+  }
+  uint32_t PayloadPosition() { return ZMVStreamBuf_Pos(Track(0).m_hStream, Track(0).m_dwIndex); }
+};
 
 TrackSpec PlainVideo(std::vector<ByteVector> frames) {
   TrackSpec track = VideoTrack();
@@ -202,10 +213,10 @@ TEST_F(ReaderFrames, ShortLengthFieldsAndASmallBuffer_TellTheExactNeedAndChangeN
   track.duration = 150;
   ASSERT_EQ(Describe(BuildMp4({track})), 0u);
   ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).code, 0u);
-  for (uint32_t capacity : {33u, 34u, 37u}) {
+  for (uint32_t capacity : {0u, 5u, 33u, 34u, 37u}) {
     const ReadResult refused = Read(ZMV_MEDIA_VIDEO, capacity);
     EXPECT_EQ(refused.code, ZMV_E_MP4_BUFFER);
-    EXPECT_EQ(refused.frame.dwBufSize, capacity < 34 ? 34u : 38u);
+    EXPECT_EQ(refused.frame.dwBufSize, 38u);
   }
   const ReadResult read = Read(ZMV_MEDIA_VIDEO, 38);
   EXPECT_EQ(read.data, Join({StartCoded(Unit(0x65, 10)), StartCoded(Unit(0x41, 20))}));
@@ -312,6 +323,35 @@ TEST_F(ReaderFrames, InfoOfAHugeLength_IsComparedAsALargeNumber) {
   EXPECT_EQ(read.frame.dwSize, 4u);
 }
 
+TEST_F(ReaderFrames, InfoOfOneUnit_IsExactForEveryLengthSize) {
+  for (int width = 1; width <= 4; ++width) {
+    ASSERT_EQ(Describe(BuildMp4({NalVideo({Prefixed(Unit(0x65, 10), width)}, width)})), 0u);
+    EXPECT_EQ(ReadInfo(ZMV_MEDIA_VIDEO).frame.dwSize, 14u) << width;
+  }
+}
+
+TEST_F(ReaderFrames, Info_MovesThePayloadCursorByTheLengthsItReads) {
+  ASSERT_EQ(Describe(BuildMp4({NalVideo({Prefixed(Unit(0x65, 10))}, 4)})), 0u);
+  ASSERT_EQ(ReadInfo(ZMV_MEDIA_VIDEO).code, 0u);
+  EXPECT_EQ(PayloadPosition(), 33u + 4u);  // ftyp 20, mdat header 8, gap 5
+  ASSERT_EQ(Describe(BuildMp4({PlainVideo({Unit(1, 8)})})), 0u);
+  ASSERT_EQ(ReadInfo(ZMV_MEDIA_VIDEO).code, 0u);
+  EXPECT_EQ(PayloadPosition(), 33u);
+}
+
+TEST_F(ReaderFrames, InfoOfAudio_GoesOnBehindTheLastChunk) {
+  TrackSpec track = AudioTrack();
+  track.frames = {Unit(1, 4)};
+  track.sizes = {{4, 5, 6}};
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  for (uint32_t size : {4u, 5u, 6u}) {
+    const ReadResult read = ReadInfo(ZMV_MEDIA_AUDIO);
+    EXPECT_EQ(read.code, 0u);
+    EXPECT_EQ(read.frame.dwSize, size);
+  }
+  EXPECT_EQ(ReadInfo(ZMV_MEDIA_AUDIO).code, ZMV_E_END);
+}
+
 TEST_F(ReaderFrames, InfoAndFrames_ShareThePosition) {
   ASSERT_EQ(Describe(BuildMp4({PlainVideo({Unit(1, 4), Unit(2, 5), Unit(3, 6)})})), 0u);
   ReadInfo(ZMV_MEDIA_VIDEO);
@@ -333,10 +373,24 @@ TEST_F(ReaderFrames, ReadError_IsTracedAndReturned) {
   TrackSpec track = PlainVideo({});
   for (int i = 0; i < 600; ++i) track.frames.push_back(Unit(1, 1));
   ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  host_.ClearRecords();
   host_.Fail(HostCall::kRead, 1);
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_READ);
-  EXPECT_EQ(host_.traces().back().level, 4);
-  EXPECT_TRUE(host_.Traced("err (0x80000012)\n"));
+  EXPECT_EQ(LinesOf("MP4FReaderReadFrame"), (std::vector<std::string>{"Enter.\n", "err (0x80000012)\n"}));
+  host_.ClearRecords();
+  host_.Fail(HostCall::kRead, 1);
+  EXPECT_EQ(ReadInfo(ZMV_MEDIA_VIDEO).code, ZMV_E_READ);
+  EXPECT_EQ(LinesOf("MP4FReaderReadFrameInfo"), (std::vector<std::string>{"Enter.\n", "err (0x80000012)\n"}));
+}
+
+TEST_F(ReaderFrames, OrdinaryAnswers_LeaveAsFramesDo) {
+  ASSERT_EQ(Describe(BuildMp4({PlainVideo({Unit(1, 8)})})), 0u);
+  const std::pair<uint32_t, uint32_t> calls[] = {{7, ZMV_E_MP4_BUFFER}, {8, 0}, {8, ZMV_E_END}};
+  for (const auto& [capacity, code] : calls) {
+    host_.ClearRecords();
+    EXPECT_EQ(Read(ZMV_MEDIA_VIDEO, capacity).code, code);
+    EXPECT_EQ(LinesOf("MP4FReaderReadFrame"), (std::vector<std::string>{"Enter.\n", "Leave.\n"}));
+  }
 }
 
 }  // namespace

@@ -133,9 +133,21 @@ TEST_F(ReaderInfo, Configuration_IsCutToItsRoom) {
   ASSERT_EQ(Describe(BuildMp4({video, audio})), 0u);
   EXPECT_EQ(Extra(info_->m_Video[0]), ByteVector(config.begin(), config.begin() + 512));
   EXPECT_EQ(info_->m_Audio.dwExtraDataSize, 512u);
-  video.entries = {VideoEntry("hvc1", Box("hvcC", ByteVector(2000, 9)))};
-  ASSERT_EQ(Describe(BuildMp4({video})), 0u);
-  EXPECT_LE(info_->m_Video[0].dwExtraDataSize, 512u);
+}
+
+TEST_F(ReaderInfo, HevcConfiguration_IsCutToItsRoomBeforeItIsConverted) {
+  const ByteVector record = Join({
+      Bytes({1, 1, 0x60, 0, 0, 0, 0x90, 0, 0, 0, 0, 0, 93, 0xF0, 0, 0xFC, 0xFD, 0xF8, 0xF8, 0, 0, 0x0F}),
+      Bytes({3}),                                   // arrays
+      Bytes({0xA0, 0, 1, 0, 4, 0x40, 1, 0x0C, 1}),  // VPS
+      Bytes({0xA1, 0, 1, 0, 4, 0x42, 1, 1, 1}),     // SPS
+      Bytes({0xA2, 0, 1, 2, 88}), Unit(0x44, 600),  // PPS of 600 bytes, which ends behind byte 512
+  });
+  TrackSpec track = Filled(VideoTrack());
+  track.entries = {VideoEntry("hvc1", Box("hvcC", record))};
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  EXPECT_EQ(Extra(info_->m_Video[0]),
+            Join({StartCoded(Bytes({0x40, 1, 0x0C, 1})), StartCoded(Bytes({0x42, 1, 1, 1}))}));
 }
 
 TEST_F(ReaderInfo, BufferSizes_AreCapped) {
@@ -175,6 +187,15 @@ TEST_F(ReaderInfo, Text_TakesItsCodeFromTheHandlerName) {
   EXPECT_EQ(info_->m_Text[0].dwFourCC, FourCC("GGPS"));
   EXPECT_EQ(info_->m_Text[0].dwFrames, 1u);
   EXPECT_EQ(info_->m_Text[0].dwBitRate, 0u);
+}
+
+TEST_F(ReaderInfo, TextWithAKnownEntry_TakesItsCodeAndItsBufferSizeFromThere) {
+  TrackSpec track = Filled(TextTrack());
+  track.entries = {VideoEntry("mp4v", Btrt(0x7FFFFFFF, 2, 3))};
+  ASSERT_EQ(Describe(BuildMp4({track})), 0u);
+  EXPECT_EQ(info_->m_Text[0].dwFourCC, FourCC("MP4V"));
+  EXPECT_EQ(info_->m_Text[0].dwBufferSize, 0x7FFFFFFFu);  // not capped
+  EXPECT_EQ(info_->m_Text[0].dwBitRate, 3u);
 }
 
 // ---- The file

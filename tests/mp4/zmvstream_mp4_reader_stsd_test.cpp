@@ -184,9 +184,13 @@ TEST_F(ReaderStsd, Btrt_GivesTheLargerRate) {
 }
 
 TEST_F(ReaderStsd, ShortBtrt_ChangesNothing) {
-  ASSERT_EQ(Parse(&MP4ReaderParseBTRT, ByteVector(11, 1)), 0u);
-  EXPECT_EQ(track_->m_dwBitRate, 0u);
-  EXPECT_EQ(track_->m_dwMaxSampleSize, 0u);
+  Load(ByteVector(11, 1));
+  track_ = MP4ReaderFindTrak(reader_, 1);
+  track_->m_dwBitRate = 5;
+  track_->m_dwMaxSampleSize = 6;
+  ASSERT_EQ(MP4ReaderParseBTRT(reader_, track_, 11), 0);
+  EXPECT_EQ(track_->m_dwBitRate, 5u);
+  EXPECT_EQ(track_->m_dwMaxSampleSize, 6u);
   EXPECT_THAT(host_.Traces(2), Contains("btrt box size is too small (11)\n"));
 }
 

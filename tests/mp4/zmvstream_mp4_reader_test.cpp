@@ -70,11 +70,19 @@ TEST_F(Reader, CloseGivesEveryCursorBack) {
 TEST_F(Reader, OpenWithoutMemory_LeavesTheHandleAlone) {
   host_.PutFile("a.mp4", SmallFile());
   ASSERT_EQ(ZMVStreamBuf_Open(&stream_, "a.mp4", 0, ZMV_STREAM_READ), 0);
-  for (uint64_t nth : {1, 2}) {  // the handle, its cursor
+  for (uint64_t nth : {1u, 2u}) {  // the handle, its cursor
     host_.Fail(HostCall::kMalloc, nth);
     EXPECT_EQ(Code(MP4FReaderOpen(&reader_, stream_)), ZMV_E_MEMORY);
     EXPECT_EQ(reader_, nullptr);
   }
+}
+
+TEST_F(Reader, SizeAboveFourGigabytes_IsTakenAsTheLargestOfThirtyTwoBits) {
+  host_.PutFile("a.mp4", SmallFile());
+  ASSERT_EQ(ZMVStreamBuf_Open(&stream_, "a.mp4", 0, ZMV_STREAM_READ), 0);
+  stream_->Size = [](void*) { return int64_t{0x100000005}; };
+  ASSERT_EQ(MP4FReaderOpen(&reader_, stream_), 0);
+  EXPECT_EQ(reader_->m_dwFileSize, 0xFFFFFFFFu);
 }
 
 TEST_F(Reader, NullArguments_AreRefused) {
@@ -95,6 +103,24 @@ TEST_F(Reader, CompleteMoov_IsValid) {
   EXPECT_EQ(info_->dwAiddValue, 7u);
 }
 
+TEST_F(Reader, ValidInfo_LeavesTheCursorBehindMoov) {
+  const ByteVector bytes = SmallFile();
+  Load(bytes);
+  host_.ClearRecords();
+  ASSERT_EQ(MP4FReaderIsValidInfo(reader_), 1);
+  EXPECT_EQ(ZMVStreamBuf_Pos(stream_, reader_->m_dwIndex), bytes.size() - 11);  // the free box behind it
+  EXPECT_THAT(host_.Traces(2), ElementsAre("[Reader]\tMP4FReaderIsValidInfo Start\n"));
+}
+
+TEST_F(Reader, GetInfo_TracesItsWayAtLevelTwo) {
+  Load(BuildMp4({Video(1, {Unit(1, 4)})}));
+  host_.ClearRecords();
+  ASSERT_EQ(GetInfo(), 0u);
+  EXPECT_THAT(host_.Traces(2), ElementsAre("[Reader]\tMP4FReaderGetInfo\n", "TotalRange(0) Duration(0)\n",
+                                           "[Reader]\tMP4FReaderGetInfo End\n"));
+  EXPECT_THAT(host_.Traces(1), ElementsAre());
+}
+
 TEST_F(Reader, MoovThatLacksAByte_IsNotValid) {
   const ByteVector moov = Box("moov", Zeros(100));
   const ByteVector whole = Join({Box("ftyp", Zeros(8)), Box("free", {}), moov});
@@ -106,10 +132,12 @@ TEST_F(Reader, MoovThatLacksAByte_IsNotValid) {
 
 TEST_F(Reader, IncompleteBox_LeavesTheCursorInFrontOfIt) {
   Load(Join({Box("ftyp", Zeros(8)), Be32(5000), Text("mdat"), Zeros(12)}));
+  host_.ClearRecords();
   EXPECT_EQ(MP4FReaderIsValidInfo(reader_), 0);
   EXPECT_EQ(ZMVStreamBuf_Pos(stream_, reader_->m_dwIndex), 16u);
   EXPECT_EQ(reader_->m_dwWalkPos, 16u);
-  EXPECT_THAT(host_.Traces(2), Contains("[Reader]\tMP4FReaderIsValidInfo End 36\n"));
+  EXPECT_THAT(host_.Traces(2),
+              ElementsAre("[Reader]\tMP4FReaderIsValidInfo Start\n", "[Reader]\tMP4FReaderIsValidInfo End 36\n"));
 }
 
 TEST_F(Reader, SizeBelowEight_IsNotValid) {

@@ -127,6 +127,55 @@ TEST_F(ReaderWalk, MediaBeforeTheTrackHeader_IsRefused) {
   EXPECT_EQ(Code(MP4ReaderParseMdia(reader_, nullptr, 32)), ZMV_E_NO_TRACK_HEADER);
 }
 
+TEST_F(ReaderWalk, NoMemoryForATrack_IsReported) {
+  Load(BuildMp4({OneFrame(AudioTrack())}));
+  host_.Fail(HostCall::kMalloc, 1);
+  EXPECT_EQ(GetInfo(), ZMV_E_MEMORY);
+  EXPECT_EQ(reader_->m_dwTrackCount, 0u);
+  EXPECT_EQ(GetInfo(), 0u);
+  EXPECT_EQ(info_->dwAudioCount, 1u);
+}
+
+TEST_F(ReaderWalk, MediaHeaderOfVersionOne_GivesNoTimes) {
+  const ByteVector mdhd = Box("mdhd", {Bytes({1, 0, 0, 0}), Be64(0x0000000500000005), Be64(0x0000000500000005),
+                                       Be32(1000), Be64(5000), Zeros(4)});
+  ASSERT_EQ(Describe(Box("moov", Box("trak", {Tkhd(1, 77), Box("mdia", {mdhd, Box("minf", Box("smhd", {}))})}))), 0u);
+  EXPECT_EQ(Track(0).m_dwTimeScale, 0u);
+  EXPECT_EQ(Track(0).m_dwDuration, 0u);
+  EXPECT_EQ(info_->m_Audio.dwDuration, 0u);
+}
+
+TEST_F(ReaderWalk, RepeatedTrackHeader_KeepsTheTrack) {
+  ByteVector bytes = BuildMp4({OneFrame(AudioTrack(5))});
+  // The header once more behind mdia, at the end of trak and moov, which end the file.
+  const ByteVector again = Tkhd(5, 90);
+  for (const char* parent : {"moov", "trak"}) {
+    const ByteVector name = Text(parent);
+    const auto header = std::search(bytes.begin(), bytes.end(), name.begin(), name.end()) - 4;
+    const ByteVector size = Be32(static_cast<uint32_t>(bytes.end() - header) + static_cast<uint32_t>(again.size()));
+    std::copy(size.begin(), size.end(), header);
+  }
+  Append(bytes, again);
+  ASSERT_EQ(Describe(bytes), 0u);
+  EXPECT_EQ(info_->dwAudioCount, 1u);
+  EXPECT_EQ(info_->m_Audio.dwDuration, 90u);
+  EXPECT_EQ(Read(ZMV_MEDIA_AUDIO).data, Unit(1, 4));
+}
+
+TEST_F(ReaderWalk, ParsingMoovAfterGetInfo_ReplacesTheTracksAndLeavesNothing) {
+  const ByteVector bytes = BuildMp4({OneFrame(AudioTrack(5))});
+  ASSERT_EQ(Describe(bytes), 0u);
+  const ByteVector name = Text("moov");
+  const auto payload = std::search(bytes.begin(), bytes.end(), name.begin(), name.end()) - bytes.begin() + 4;
+  ASSERT_EQ(ZMVStreamBuf_Seek(stream_, reader_->m_dwIndex, static_cast<uint32_t>(payload)), 0);
+  ASSERT_EQ(MP4ReaderParseMoov(reader_, static_cast<uint32_t>(static_cast<ptrdiff_t>(bytes.size()) - payload)), 0);
+  EXPECT_EQ(Track(0).m_hStream, nullptr);
+  EXPECT_EQ(CursorsInUse(), 1u + 4u);
+  EXPECT_EQ(Read(ZMV_MEDIA_AUDIO).code, ZMV_E_END);
+  ASSERT_EQ(GetInfo(), 0u);
+  EXPECT_EQ(Read(ZMV_MEDIA_AUDIO).data, Unit(1, 4));
+}
+
 TEST_F(ReaderWalk, FailedMedia_EmptiesItsSlot) {
   TrackSpec bad = VideoTrack(2);
   bad.entries = {VideoEntry("avc1", Box("nv3d", Zeros(3)))};
