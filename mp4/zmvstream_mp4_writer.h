@@ -104,7 +104,10 @@ ZMV_API int32_t MP4WriterWriteStss(MP4WriterHandle* handle, MP4WriterTrack* trac
 /* ---- Sample descriptions (ISO/IEC 14496-12 8.5.2, 14496-14 5.6, 14496-15): bytes written to `dst`
  * -------------------*/
 
-/* The whole stsd box of a track; 0xFFFFFFFF when its configuration does not fit the box buffer (17408 bytes). */
+/*
+ * The whole stsd box of a track; 0xFFFFFFFF when its configuration does not fit the box buffer (17408 bytes), or when
+ * its projection type is above 2. H.264 entries end with the stereo mode and spherical video boxes of their track.
+ */
 ZMV_API uint32_t MP4WriterMakeStsd(MP4WriterTrack* track, uint8_t* dst);
 /* The 16-byte head of a sample entry of `size` bytes in all. */
 ZMV_API uint32_t MP4WriterMakeSampleEntry(uint8_t* dst, uint32_t dwType, uint32_t size);
@@ -118,6 +121,22 @@ ZMV_API uint32_t MP4WriterMakeAvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t
 ZMV_API uint32_t MP4WriterMakeHvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t capacity);
 /* An MPEG-4 descriptor length at `*cursor`, which moves; `minimal` 0: always four bytes. Returns the bytes. */
 ZMV_API uint32_t MP4WriterSetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal);
+
+/* ---- Spherical video boxes on their own
+ * --------------------------------------------------------------------------------*/
+
+/*
+ * Each writes one box at the write cursor, and nothing else: the writer's counters do not move, and a recording made by
+ * the calls above never contains these boxes (its sample entries hold their own). For programs that lay out a file
+ * themselves, between Open and Close. The bytes of the box; ZMV_E_FAIL without a handle; the stream's code. Called from
+ * the thread that uses the handle.
+ */
+/* A "svhd" box of 140 bytes, zero behind its header: room for a metadata source. */
+ZMV_API int32_t MP4WriterWriteSphericalVhdr(MP4WriterHandle* handle);
+/* An empty "proj" box, 8 bytes. */
+ZMV_API int32_t MP4WriterWriteProjectionHdlr(MP4WriterHandle* handle);
+/* The projection as far as it is written on its own, which is MP4WriterWriteProjectionHdlr. */
+ZMV_API int32_t MP4WriterWriteProjection(MP4WriterHandle* handle);
 
 #ifdef __cplusplus
 }

@@ -5,6 +5,7 @@
 #include "base/arith.h"
 #include "base/byte_order.h"
 #include "mp4/mp4_writer.h"
+#include "mp4/mp4_writer_boxes.h"
 #include "mp4/mp4_writer_tables.h"
 #include "mp4/zmvstream_mp4_writer.h"
 
@@ -54,6 +55,7 @@ uint64_t ClosingBytes(const MP4WriterHandle& writer) {
   for (uint32_t i = 0; i < writer.m_dwTrackNum; ++i) {
     const MP4WriterTrack& track = *writer.m_pTrack[i];
     bytes += kClosingPerTrack + uint64_t{track.m_dwConfigSize} * 3 / 2;
+    if (track.m_bSpherical != 0) bytes += kMaxSphericalBoxes;
     if (track.m_bRawAudio != 0) bytes += (uint64_t{track.m_Stsz.m_dwEntryNum} + 1) * kStscEntrySize;
   }
   return bytes;
