@@ -14,6 +14,9 @@ constexpr uint32_t kBoxBufferAllocation = kBoxBufferSize + 1024;
 // A sample description that could not be built. Its parents add it modulo 2^32, so every size around it stays right.
 constexpr uint32_t kNoSampleDescription = 0xFFFFFFFFu;
 
+// The most that MakeSphericalBoxes writes: a metadata source of 127 characters and a projection box.
+constexpr uint32_t kMaxSphericalBoxes = 225;
+
 // mvhd of the movie into `dst`; returns its bytes.
 uint32_t MakeMovieHeader(const MP4WriterHandle& writer, uint8_t* dst);
 
@@ -24,6 +27,10 @@ uint32_t MakeTrackHeader(MP4WriterTrack& track, uint8_t* dst);
 
 // The whole stsd box of a track into `dst`; returns its bytes, or kNoSampleDescription.
 uint32_t MakeStsd(MP4WriterTrack& track, uint8_t* dst);
+// The stereo mode and spherical video boxes that a track asks for into `dst`; returns their bytes, 0 for a track that
+// asks for none, or kNoSampleDescription for an unknown projection type, which only the circular variant explains in
+// the trace.
+uint32_t MakeSphericalBoxes(const MP4WriterTrack& track, uint8_t* dst);
 
 }  // namespace zmv::mp4
 

@@ -125,6 +125,8 @@ ZMV_API int32_t MP4WriterWriteStss(MP4WriterHandle* handle, MP4WriterTrack* trac
  * arguments, a configuration above 16267 bytes, one that cannot be converted or outgrows the room when emulation
  * prevention is put back, and without memory for the conversion. A code that no sample entry stands for gives a box of
  * 16 bytes without an entry.
+ * A projection type above 2 gives 0xFFFFFFFF too. H.264 entries end with the stereo mode and spherical video boxes of
+ * their track.
  */
 ZMV_API uint32_t MP4WriterMakeStsd(MP4WriterTrack* track, uint8_t* dst);
 /* The 16-byte head of a sample entry of `size` bytes in all; 0 for a null `dst`. */
@@ -151,6 +153,22 @@ ZMV_API uint32_t MP4WriterMakeHvcc(MP4WriterTrack* track, uint8_t* dst, uint32_t
  * 0 for null.
  */
 ZMV_API uint32_t MP4WriterSetDescLength(uint8_t** cursor, uint32_t value, uint8_t minimal);
+
+/* ---- Spherical video boxes on their own
+ * --------------------------------------------------------------------------------*/
+
+/*
+ * Each writes one box at the write cursor, and nothing else: the writer's counters do not move, and a recording made by
+ * the calls above never contains these boxes (its sample entries hold their own). For programs that lay out a file
+ * themselves, between Open and Close. The bytes of the box; ZMV_E_FAIL without a handle; the stream's code. Called from
+ * the thread that uses the handle.
+ */
+/* A "svhd" box of 140 bytes, zero behind its header: room for a metadata source. */
+ZMV_API int32_t MP4WriterWriteSphericalVhdr(MP4WriterHandle* handle);
+/* An empty "proj" box, 8 bytes. */
+ZMV_API int32_t MP4WriterWriteProjectionHdlr(MP4WriterHandle* handle);
+/* The projection as far as it is written on its own, which is MP4WriterWriteProjectionHdlr. */
+ZMV_API int32_t MP4WriterWriteProjection(MP4WriterHandle* handle);
 
 #ifdef __cplusplus
 }

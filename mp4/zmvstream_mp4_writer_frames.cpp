@@ -4,6 +4,7 @@
 #include "base/arith.h"
 #include "base/byte_order.h"
 #include "mp4/mp4_writer.h"
+#include "mp4/mp4_writer_boxes.h"
 #include "mp4/mp4_writer_tables.h"
 #include "mp4/zmvstream_mp4_writer.h"
 
@@ -63,6 +64,7 @@ uint64_t ClosingBytes(const MP4WriterHandle& writer) {
     bytes += kClosingPerTrack + uint64_t{track.m_dwConfigSize} * 3 / 2;
     bytes += ClosingSpills(track.m_Stts, kSttsEntrySize, kClosingSttsEntries);
     bytes += ClosingSpills(track.m_Stsc, kStscEntrySize, 1);
+    if (track.m_bSpherical != 0) bytes += kMaxSphericalBoxes;
     if (track.m_bRawAudio != 0) bytes += (uint64_t{track.m_Stsz.m_dwEntryNum} + 1) * kStscEntrySize;
   }
   return bytes;

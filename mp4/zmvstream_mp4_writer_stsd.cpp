@@ -40,9 +40,8 @@ constexpr uint64_t kMaxConfiguration = kBoxBufferSize - kConfigurationMargin;
 // What stands beside a configuration box in the box buffer: the track's headers up to stbl, stsd, the entry, btrt, and
 // the longest stereo and spherical boxes.
 constexpr uint32_t kTrackHeaders = 249;
-constexpr uint32_t kSphericalBoxes = 225;
 constexpr uint32_t kConfigurationRoom =
-    kBoxBufferAllocation - kTrackHeaders - kStsdHeaderSize - kVideoEntrySize - kBtrtSize - kSphericalBoxes;
+    kBoxBufferAllocation - kTrackHeaders - kStsdHeaderSize - kVideoEntrySize - kBtrtSize - kMaxSphericalBoxes;
 
 enum class Configuration : uint8_t { kEsds, kAvcc, kHvcc };
 
@@ -249,12 +248,13 @@ bool AddBox(BoxBuilder& out, uint32_t size) {
   return true;
 }
 
-// The boxes behind the fields of an entry; false when the configuration cannot be put down.
+// The boxes behind the fields of an entry; false when they cannot be put down.
 bool WriteConfiguration(BoxBuilder& out, MP4WriterTrack& track, const EntryRow& row) {
   switch (row.configuration) {
     case Configuration::kAvcc:
       if (!AddBox(out, MakeAvcc(track, out.At(), kConfigurationRoom))) return false;
-      return AddBox(out, MakeBtrt(track, out.At()));
+      if (!AddBox(out, MakeBtrt(track, out.At()))) return false;
+      return AddBox(out, MakeSphericalBoxes(track, out.At()));
     case Configuration::kHvcc:
       return AddBox(out, MakeHvcc(track, out.At(), kConfigurationRoom));
     case Configuration::kEsds:

@@ -157,6 +157,7 @@ ZMVFileInfo DescribeSamples(const SampleSet& set) {
     video.dwFrameRate = kFramesPerSecond * 1000;
     video.dwTimeScale = 90000;
     video.dwBitRate = 400000;
+    video.dwProjectionMode = set.projection;
     video.dwExtraDataSize = static_cast<uint32_t>(std::min<size_t>(set.video->parameters.size(), ZMV_MAX_EXTRA_DATA));
     std::memcpy(video.abExtraData, set.video->parameters.data(), video.dwExtraDataSize);
   }

@@ -49,6 +49,7 @@ struct SampleSet {
   uint32_t height = 360;
   uint64_t expire_ms = 0;
   uint8_t interleave = 1;
+  uint32_t projection = 0;  // of the video
 };
 
 ZMVFileInfo DescribeSamples(const SampleSet& set);
