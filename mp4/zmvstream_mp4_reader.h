@@ -72,6 +72,32 @@ ZMV_API int32_t MP4ReaderLoadStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* t
 /* Moves them to the starts of their tables; counters stay. */
 ZMV_API int32_t MP4ReaderSetStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* track);
 
+/* ---- Fragments of a track (ISO/IEC 14496-12 8.8) --------------------------------------------------------------------
+ *
+ * The samples behind those of moov. Their boxes are read through a cursor on the file's stream, one of the 20, which
+ * MP4ReaderParseTraf opens. MP4FReaderReadFrame goes on here by itself.
+ */
+
+/*
+ * Moves the track's fragment cursor to the version and flags of the track's next trun and takes over what the tfhd
+ * boxes on the way say. 1; 0 when there is none, or the low byte of the code of a failed read: the cursor stays.
+ */
+ZMV_API uint8_t MP4ReaderReadTrun(MP4FReaderHandle* handle, MP4ReaderTrack* track);
+/*
+ * The next sample of the fragments, as MP4FReaderReadFrame, with these differences: the payload comes as it is stored,
+ * NAL units behind their length fields; dwChunk is left alone; dwKeyFrame marks the first sample of each trun;
+ * llTimeStamp begins at the duration of the samples of moov, llTimeStampUs at 0, and dwDuration is that of the last
+ * sample of moov. ZMV_E_READ when the payload cannot be read. After a failure the next call returns the same sample.
+ */
+ZMV_API int32_t MP4ReaderReadFrameFrag(MP4FReaderHandle* handle, MP4ReaderTrack* track, ZMVFrame* frame);
+/*
+ * Searches the fragments for the first sample, the very first one excepted, whose time reaches `*time` (milliseconds,
+ * replaced by that of the sample). `mode` has no influence. The positions of the track's cursors have been saved and
+ * set to their starts. 1 with the place in the track's seek fields; 0 when there is no such sample, or the low byte of
+ * the code of a failed read: the cursors are then back at the saved positions.
+ */
+ZMV_API uint8_t MP4ReaderGetSeekPosFrag(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t* time, uint32_t mode);
+
 /* ---- Parsers --------------------------------------------------------------------------------------------------------
  *
  * Each reads a box at the handle's own cursor, which stands behind the box header; `size` is the payload in bytes. 0 or
@@ -82,6 +108,11 @@ ZMV_API int32_t MP4ReaderSetStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* tr
 ZMV_API MP4ReaderTrack* MP4ReaderFindTrak(MP4FReaderHandle* handle, uint32_t trackID);
 ZMV_API int32_t MP4ReaderParseMoov(MP4FReaderHandle* handle, uint32_t size);
 ZMV_API int32_t MP4ReaderParseTrak(MP4FReaderHandle* handle, uint32_t size);
+/* Duration with fragments and the defaults of their samples (ISO/IEC 14496-12 8.8.1). */
+ZMV_API int32_t MP4ReaderParseMvex(MP4FReaderHandle* handle, uint32_t size);
+/* A fragment (8.8.4) and its part of one track (8.8.6): counts the truns, whose samples are read later. */
+ZMV_API int32_t MP4ReaderParseMoof(MP4FReaderHandle* handle, uint32_t size);
+ZMV_API int32_t MP4ReaderParseTraf(MP4FReaderHandle* handle, uint32_t size);
 /* A null track gives ZMV_E_NO_TRACK_HEADER. */
 ZMV_API int32_t MP4ReaderParseMdia(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
 ZMV_API int32_t MP4ReaderParseMinf(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);

@@ -1,5 +1,6 @@
 // Reading the frames of a track one after another: size, chunk, times and key flag from the tables, then the payload.
 #include "base/arith.h"
+#include "mp4/mp4_fragments.h"
 #include "mp4/mp4_reader.h"
 #include "mp4/mp4_table_cursor.h"
 
@@ -311,6 +312,12 @@ bool HasSample(const MP4ReaderTrack* track) {
          track->m_dwChunkCount != 0;
 }
 
+// Goes on in the fragments once the samples of moov are used up.
+int32_t ReadBehindTables(MP4FReaderHandle& handle, MP4ReaderTrack* track, ZMVFrame& frame, const char* function) {
+  if (track == nullptr || track->m_hStream == nullptr || track->m_dwSampleIndex < track->m_dwSampleCount) return kEnd;
+  return ReadFragment(handle, *track, frame, function);
+}
+
 int32_t ReadSample(const Step& step, uint32_t capacity, ZMVFrame& frame) {
   MP4ReaderTrack& track = step.track;
   int32_t result = ReadSize(step, capacity, frame);
@@ -331,7 +338,7 @@ int32_t ReadSample(const Step& step, uint32_t capacity, ZMVFrame& frame) {
 int32_t ReadFrame(MP4FReaderHandle& handle, ZMVFrame& frame) {
   constexpr const char* kFunction = "MP4FReaderReadFrame";
   MP4ReaderTrack* track = ChooseTrack(handle, frame);
-  if (!HasSample(track)) return kEnd;
+  if (!HasSample(track)) return ReadBehindTables(handle, track, frame, kFunction);
   // An audio frame is a chunk. A seek has entered the chunk of the next frame already.
   const bool audio = track->m_dwMediaType == ZMV_MEDIA_AUDIO;
   if (audio && track->m_dwSamplesLeft == 0 && track->m_dwChunkIndex >= track->m_dwChunkCount) return kEnd;
