@@ -23,11 +23,11 @@ constexpr uint32_t kTrunSize = 0x200;
 constexpr uint32_t kTrunSampleFlags = 0x400;
 constexpr uint32_t kTrunComposition = 0x800;
 
-BoxReader ReadAt(MP4FReaderHandle& handle, const MP4ReaderTrack& track, uint32_t payload, const char* function) {
+BoxReader ReadAt(const MP4FReaderHandle& handle, const MP4ReaderTrack& track, uint32_t payload, const char* function) {
   return BoxReader(*handle.m_hStream, track.m_Frag.m_dwCursor, payload, function);
 }
 
-int32_t WalkToTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
+int32_t WalkToTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
                    const char* function) {
   TableCursor cursor = Fragments(handle, track);
   const uint64_t end = DataEnd(handle);
@@ -99,7 +99,7 @@ int32_t ReadTfhd(BoxReader& box, Tfhd* tfhd) {
   return box.Error();
 }
 
-int32_t FindTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
+int32_t FindTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
                  const char* function) {
   TableCursor cursor = Fragments(handle, track);
   const uint32_t before = cursor.Position();
@@ -109,7 +109,7 @@ int32_t FindTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaul
   return result;
 }
 
-int32_t ReadTrunHeader(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t payload, Trun* trun,
+int32_t ReadTrunHeader(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t payload, Trun* trun,
                        const char* function) {
   BoxReader box = ReadAt(handle, track, payload, function);
   uint32_t count = 0;
@@ -134,8 +134,8 @@ uint32_t TrunEntrySize(uint32_t flags) {
   return size;
 }
 
-int32_t ReadTrunEntry(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t flags, const FragmentDefaults& defaults,
-                      FragmentSample* sample, const char* function) {
+int32_t ReadTrunEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t flags,
+                      const FragmentDefaults& defaults, FragmentSample* sample, const char* function) {
   sample->duration = defaults.duration != 0 ? defaults.duration : track.m_dwTrexDuration;
   sample->size = defaults.size != 0 ? defaults.size : track.m_dwTrexSize;
   const uint32_t entry_size = TrunEntrySize(flags);

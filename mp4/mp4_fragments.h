@@ -62,26 +62,26 @@ int32_t ReadTfhd(BoxReader& box, Tfhd* tfhd);
 // Moves the fragment cursor to the first field of the track's next trun. kTrunFound with the payload of the box and the
 // defaults brought up to date; kNoTrun when the boxes or the data end first, or a negative code: the cursor then stands
 // where it stood.
-int32_t FindTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
+int32_t FindTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, FragmentDefaults* defaults, uint32_t* payload,
                  const char* function);
 // Reads the fields in front of the samples.
-int32_t ReadTrunHeader(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t payload, Trun* trun,
+int32_t ReadTrunHeader(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t payload, Trun* trun,
                        const char* function);
 // Bytes that a trun with these flags spends on each sample.
 uint32_t TrunEntrySize(uint32_t flags);
 // Reads what the trun says about its next sample; what it does not say comes from the defaults.
-int32_t ReadTrunEntry(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t flags, const FragmentDefaults& defaults,
-                      FragmentSample* sample, const char* function);
+int32_t ReadTrunEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t flags,
+                      const FragmentDefaults& defaults, FragmentSample* sample, const char* function);
 
 // ---- Samples
 
 // The next sample of the fragments. As ReadFrame.
-int32_t ReadFragment(MP4FReaderHandle& handle, MP4ReaderTrack& track, ZMVFrame& frame, const char* function);
+int32_t ReadFragment(const MP4FReaderHandle& handle, MP4ReaderTrack& track, ZMVFrame& frame, const char* function);
 
 // Searches the fragments, from their start, for the first sample behind the very first one whose time reaches `*time`.
 // Expects the fragment cursor at its start. 1 with the place in the m_dwSeek* fields and the time of the sample; 0 when
 // there is none, or a negative code of a failed read: the m_dwSeek* fields then are as they were.
-int32_t SearchFragments(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, const char* function);
+int32_t SearchFragments(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, const char* function);
 
 }  // namespace zmv::mp4::reader
 

@@ -7,7 +7,7 @@
  *
  * Sample tables are never loaded: each is read in place through a cursor on the file's stream, so neither opening nor
  * reading takes memory that grows with the length of a recording. A track takes four or five of the stream's 20
- * cursors. Box sizes and chunk offsets are 32-bit.
+ * cursors, and one more when it has fragments. Box sizes and chunk offsets are 32-bit.
  */
 #ifndef ZMVSTREAM_MP4_READER_H
 #define ZMVSTREAM_MP4_READER_H
@@ -53,12 +53,12 @@ ZMV_API int32_t MP4FReaderGetInfo(MP4FReaderHandle* handle, ZMVFileInfo* info);
  * bytes). Length-prefixed NAL units come out behind 4-byte start codes. Fills dwSize, llTimeStamp, llTimeStampUs
  * (video), dwDuration, dwKeyFrame and dwChunk. 0; ZMV_E_MP4_BUFFER with the size needed in dwBufSize, and the same
  * frame on the next call; ZMV_E_END after the last frame, for a payload that is cut short, or without tracks;
- * ZMV_E_READ or ZMV_E_SEEK.
+ * ZMV_E_READ or ZMV_E_SEEK. Behind the last sample of moov it goes on as MP4ReaderReadFrameFrag does.
  */
 ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
 /*
- * The same without the payload and without dwChunk. dwBufSize is tested all the same. For NAL units dwSize is exact
- * when the sample holds one unit. Both reads move the same track position.
+ * The same without the payload, without dwChunk and without the samples of fragments. dwBufSize is tested all the same.
+ * For NAL units dwSize is exact when the sample holds one unit. Both reads move the same track position.
  */
 ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame);
 

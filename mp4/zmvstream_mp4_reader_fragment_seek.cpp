@@ -18,7 +18,7 @@ constexpr uint64_t Clamped(uint64_t position) { return position < kNoPosition ? 
 
 class FragmentSearch {
  public:
-  FragmentSearch(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, const char* function)
+  FragmentSearch(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, const char* function)
       : handle_(handle), track_(track), time_(time), function_(function) {}
 
   int32_t Run() {
@@ -115,7 +115,7 @@ class FragmentSearch {
     return Reached(ticks_) ? kFound : kNotFound;
   }
 
-  MP4FReaderHandle& handle_;
+  const MP4FReaderHandle& handle_;
   MP4ReaderTrack& track_;
   uint32_t time_;
   const char* function_;
@@ -141,7 +141,7 @@ void TraceFound(const MP4ReaderTrack& track, uint32_t time, const char* function
 
 }  // namespace
 
-int32_t SearchFragments(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, const char* function) {
+int32_t SearchFragments(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, const char* function) {
   if (!Fragments(handle, track).Present()) return kNotFound;
   FragmentSearch search(handle, track, *time, function);
   const int32_t result = search.Run();

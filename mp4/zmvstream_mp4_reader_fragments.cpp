@@ -135,8 +135,8 @@ void SetLiveDefaults(MP4ReaderTrack& track, const FragmentDefaults& defaults) {
 }
 
 // Reads the trun that the fragment cursor stands on, and puts the payload cursor at its data.
-int32_t BeginTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, const FragmentDefaults& defaults, uint32_t payload,
-                  const char* function) {
+int32_t BeginTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, const FragmentDefaults& defaults,
+                  uint32_t payload, const char* function) {
   Trun trun;
   int32_t result = ReadTrunHeader(handle, track, payload, &trun, function);
   if (Failed(result)) return result;
@@ -155,7 +155,7 @@ int32_t BeginTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, const Fragmen
 }
 
 // Goes to the next trun that has samples once those of the current one are used up.
-int32_t EnterTrun(MP4FReaderHandle& handle, MP4ReaderTrack& track, const char* function) {
+int32_t EnterTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, const char* function) {
   TableCursor cursor = Fragments(handle, track);
   while (track.m_dwTrunLeft == 0) {
     if (!cursor.Present() || track.m_dwTrunIndex >= track.m_dwTrunCount) return kEnd;
@@ -198,7 +198,7 @@ void Stamp(const MP4ReaderTrack& track, ZMVFrame& frame) {
 
 }  // namespace
 
-int32_t ReadFragment(MP4FReaderHandle& handle, MP4ReaderTrack& track, ZMVFrame& frame, const char* function) {
+int32_t ReadFragment(const MP4FReaderHandle& handle, MP4ReaderTrack& track, ZMVFrame& frame, const char* function) {
   int32_t result = EnterTrun(handle, track, function);
   if (Failed(result)) return result;
   TableCursor cursor = Fragments(handle, track);
