@@ -230,11 +230,8 @@ struct FileRow {
   int32_t (*read)(MP4FReaderHandle& handle, BoxReader& box, ZMVFileInfo& info);
 };
 constexpr FileRow kFileRows[] = {
-    {FourCC("ftyp"), &ReadBrand},
-    {FourCC("mdat"), &NoteMediaData},
-    {FourCC("moov"), &ReadMovie},
-    {FourCC("moof"), &ReadMovieFragment},
-    {FourCC("AIDD"), &ReadAidd},
+    {FourCC("ftyp"), &ReadBrand},         {FourCC("mdat"), &NoteMediaData}, {FourCC("moov"), &ReadMovie},
+    {FourCC("moof"), &ReadMovieFragment}, {FourCC("AIDD"), &ReadAidd},
 };
 
 }  // namespace
