@@ -147,6 +147,20 @@ TEST_F(FragmentSeek, OtherTracks_ArePassedOver) {
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, Unit(0, 3));
 }
 
+TEST_F(FragmentSeek, SampleInsideATrun_IsNoKeyFrameWhateverWasReadBefore) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40)});
+  file.Add({{.base = 0, .runs = {{.samples = Samples(1, {3, 3})}, {.samples = Samples(50, {3, 3, 3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).frame.dwKeyFrame, 1u);  // of a trun with as many samples as will be left
+  uint32_t time = 120;
+  ASSERT_EQ(Search(&time), 1u);
+  Take();
+  ASSERT_EQ(Track(0).m_dwTrunLeft, 2u);
+  const ReadResult read = Read(ZMV_MEDIA_VIDEO);
+  EXPECT_EQ(read.data, Unit(66, 3));
+  EXPECT_EQ(read.frame.dwKeyFrame, 2u);
+}
+
 TEST_F(FragmentSeek, FoundPlace_IsTraced) {
   const struct {
     TrackSpec track;

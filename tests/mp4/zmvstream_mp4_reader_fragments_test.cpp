@@ -174,6 +174,14 @@ TEST_F(FragmentRemarks, SecondRunWithoutOffset_IsRemarkedOn) {
   EXPECT_THAT(host_.Traces(2), Contains(kNoOffsetRemark));
 }
 
+TEST_F(FragmentRemarks, FirstRunWithoutOffset_IsNot) {
+  FragmentFile file({VideoTrack()});
+  file.Add({{.runs = {{.samples = Samples(1, {3})}}}});
+  file.Add({{.base_at_data = true, .runs = {{.flags = kSizes, .samples = Samples(2, {3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  EXPECT_THAT(host_.Traces(2), Not(Contains(kNoOffsetRemark)));
+}
+
 TEST_F(FragmentRemarks, FormsThatAreReadRightly_AreNot) {
   FragmentFile file({VideoTrack()});
   for (int i = 0; i < 2; ++i) {
