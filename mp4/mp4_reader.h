@@ -64,6 +64,9 @@ int32_t ParseStsd(BoxWalk& walk, uint32_t payload);
 int32_t ParseEsds(BoxWalk& walk, uint32_t payload);
 int32_t ParseSt3d(BoxWalk& walk, uint32_t payload);
 int32_t ParseSv3d(BoxWalk& walk, uint32_t payload);
+int32_t ParseMvex(BoxWalk& walk, uint32_t payload);
+int32_t ParseMoof(BoxWalk& walk, uint32_t payload);
+int32_t ParseTraf(BoxWalk& walk, uint32_t payload);
 
 // The body of an exported parser: traces, checks the arguments and hands over.
 using BoxParser = int32_t (*)(BoxWalk& walk, uint32_t payload);

@@ -96,6 +96,8 @@ void ClearTrack(MP4FReaderHandle& handle, MP4ReaderTrack& track) {
   fresh.m_dwTrexDuration = track.m_dwTrexDuration;
   fresh.m_dwTrexSize = track.m_dwTrexSize;
   fresh.m_dwTrunCount = track.m_dwTrunCount;
+  fresh.m_dwFragLastBase = track.m_dwFragLastBase;
+  fresh.m_dwFragNotes = track.m_dwFragNotes;
   track = fresh;
 }
 

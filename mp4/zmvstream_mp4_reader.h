@@ -8,7 +8,7 @@
  *
  * Sample tables are never loaded: each is read in place through a cursor on the file's stream, so neither opening nor
  * reading takes memory that grows with the length of a recording. A track takes four or five of the stream's 20
- * cursors. Box sizes and chunk offsets are 32-bit.
+ * cursors, and one more when it has fragments. Box sizes and chunk offsets are 32-bit.
  */
 #ifndef ZMVSTREAM_MP4_READER_H
 #define ZMVSTREAM_MP4_READER_H
@@ -57,11 +57,12 @@ ZMV_API int32_t MP4FReaderGetInfo(MP4FReaderHandle* handle, ZMVFileInfo* info);
  * (video), dwDuration, dwKeyFrame and dwChunk. 0; ZMV_E_MP4_BUFFER with exactly the size needed in dwBufSize, start
  * codes included, and the same frame on the next call; ZMV_E_END after the last frame, for a payload that is cut short,
  * or without tracks; ZMV_E_READ when a table cannot be read, and the same frame on the next call; ZMV_E_SEEK when the
- * frame's chunk lies outside the file. The next call goes on behind a payload that could not be had.
+ * frame's chunk lies outside the file. The next call goes on behind a payload that could not be had. Behind the last
+ * sample of moov it goes on as MP4ReaderReadFrameFrag does.
  */
 ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
 /*
- * The same without the payload and without dwChunk. dwBufSize is tested against the sample as it is stored, which is
+ * The same without the payload, without dwChunk and without the samples of fragments. dwBufSize is tested against the sample as it is stored, which is
  * what ZMV_E_MP4_BUFFER puts there. For NAL units dwSize is exact when the sample holds one unit. Both reads move the
  * same track position, but this one moves the payload cursor by no more than the NAL lengths it reads: a frame read
  * afterwards is right from the next chunk on.
@@ -115,6 +116,32 @@ ZMV_API int32_t MP4ReaderLoadStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* t
 /* Moves them to the starts of their tables; counters stay. */
 ZMV_API int32_t MP4ReaderSetStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* track);
 
+/* ---- Fragments of a track (ISO/IEC 14496-12 8.8) --------------------------------------------------------------------
+ *
+ * The samples behind those of moov. Their boxes are read through a cursor on the file's stream, one of the 20, which
+ * MP4ReaderParseTraf opens. MP4FReaderReadFrame goes on here by itself.
+ */
+
+/*
+ * Moves the track's fragment cursor to the version and flags of the track's next trun and takes over what the tfhd
+ * boxes on the way say. 1; 0 when there is none, or the low byte of the code of a failed read: the cursor stays.
+ */
+ZMV_API uint8_t MP4ReaderReadTrun(MP4FReaderHandle* handle, MP4ReaderTrack* track);
+/*
+ * The next sample of the fragments, as MP4FReaderReadFrame, with these differences: the payload comes as it is stored,
+ * NAL units behind their length fields; dwChunk is left alone; dwKeyFrame marks the first sample of each trun;
+ * llTimeStamp begins at the duration of the samples of moov, llTimeStampUs at 0, and dwDuration is that of the last
+ * sample of moov. ZMV_E_READ when the payload cannot be read. After a failure the next call returns the same sample.
+ */
+ZMV_API int32_t MP4ReaderReadFrameFrag(MP4FReaderHandle* handle, MP4ReaderTrack* track, ZMVFrame* frame);
+/*
+ * Searches the fragments for the first sample, the very first one excepted, whose time reaches `*time` (milliseconds,
+ * replaced by that of the sample). `mode` has no influence. The positions of the track's cursors have been saved and
+ * set to their starts. 1 with the place in the track's seek fields; 0 when there is no such sample, or the low byte of
+ * the code of a failed read: the cursors are then back at the saved positions.
+ */
+ZMV_API uint8_t MP4ReaderGetSeekPosFrag(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t* time, uint32_t mode);
+
 /* ---- Parsers --------------------------------------------------------------------------------------------------------
  *
  * Each reads a box at the handle's own cursor, which stands behind the box header; `size` is the payload in bytes. 0 or
@@ -125,6 +152,11 @@ ZMV_API int32_t MP4ReaderSetStblPos(MP4FReaderHandle* handle, MP4ReaderTrack* tr
 ZMV_API MP4ReaderTrack* MP4ReaderFindTrak(MP4FReaderHandle* handle, uint32_t trackID);
 ZMV_API int32_t MP4ReaderParseMoov(MP4FReaderHandle* handle, uint32_t size);
 ZMV_API int32_t MP4ReaderParseTrak(MP4FReaderHandle* handle, uint32_t size);
+/* Duration with fragments and the defaults of their samples (ISO/IEC 14496-12 8.8.1). */
+ZMV_API int32_t MP4ReaderParseMvex(MP4FReaderHandle* handle, uint32_t size);
+/* A fragment (8.8.4) and its part of one track (8.8.6): counts the truns, whose samples are read later. */
+ZMV_API int32_t MP4ReaderParseMoof(MP4FReaderHandle* handle, uint32_t size);
+ZMV_API int32_t MP4ReaderParseTraf(MP4FReaderHandle* handle, uint32_t size);
 /* A null track gives ZMV_E_NO_TRACK_HEADER. */
 ZMV_API int32_t MP4ReaderParseMdia(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);
 ZMV_API int32_t MP4ReaderParseMinf(MP4FReaderHandle* handle, MP4ReaderTrack* track, uint32_t size);

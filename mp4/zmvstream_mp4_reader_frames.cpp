@@ -1,5 +1,6 @@
 // Reading the frames of a track one after another: size, chunk, times and key flag from the tables, then the payload.
 #include "base/arith.h"
+#include "mp4/mp4_fragments.h"
 #include "mp4/mp4_frame_step.h"
 #include "mp4/mp4_reader.h"
 #include "mp4/mp4_table_cursor.h"
@@ -277,6 +278,12 @@ bool HasSample(const MP4ReaderTrack* track) {
          track->m_dwChunkCount != 0;
 }
 
+// Goes on in the fragments once the samples of moov are used up.
+int32_t ReadBehindTables(MP4FReaderHandle& handle, MP4ReaderTrack* track, ZMVFrame& frame, const char* function) {
+  if (track == nullptr || track->m_hStream == nullptr || track->m_dwSampleIndex < track->m_dwSampleCount) return kEnd;
+  return ReadFragment(handle, *track, frame, function);
+}
+
 // What the tables say about the next sample.
 int32_t ReadTables(Step& step, uint32_t capacity, ZMVFrame& frame) {
   const MP4ReaderTrack& track = step.track;
@@ -316,7 +323,7 @@ constexpr bool IsFault(int32_t result) {
 int32_t ReadFrame(MP4FReaderHandle& handle, ZMVFrame& frame) {
   constexpr const char* kFunction = "MP4FReaderReadFrame";
   MP4ReaderTrack* track = ChooseTrack(handle, frame);
-  if (!HasSample(track)) return kEnd;
+  if (!HasSample(track)) return ReadBehindTables(handle, track, frame, kFunction);
   Step step(handle, *track, kFunction);
   const uint32_t capacity = frame.pData != nullptr ? frame.dwBufSize : 0;
   // Start codes that are longer than the length fields: the units tell what is needed.

@@ -94,6 +94,10 @@ struct MP4ReaderTrack {
   uint32_t m_dwSeekTfhdDuration;
   uint32_t m_dwSeekTfhdSize;
   uint32_t m_dwSeekTrunFlags;
+  uint32_t m_dwTrunEntered;  // m_dwTrunIndex when reading last entered a trun, and the samples it had
+  uint32_t m_dwTrunSamples;
+  uint32_t m_dwFragLastBase;  // base offset of the last tfhd met while the file was described
+  uint32_t m_dwFragNotes;     // what has been remarked on, and where that walk stands
 
   // Spherical video.
   uint8_t m_bSpherical;

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "base/trace.h"
+#include "mp4/mp4_fragments.h"
 #include "mp4/mp4_reader.h"
 #include "mp4/mp4_seek_search.h"
 #include "mp4/mp4_table_cursor.h"
@@ -76,6 +77,9 @@ void TraceFound(const MP4ReaderTrack& track, uint32_t time) {
 
 int32_t SearchTables(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, SeekMode mode) {
   uint32_t target = *time;
+  if (track.m_Frag.m_dwCursor != 0 && (target > track.m_dwDuration || track.m_dwSampleCount == 0)) {
+    return SearchFragments(handle, track, time, "MP4ReaderGetSeekPosFrag");
+  }
   if (target > track.m_dwDuration) {
     if (target > handle.m_dwDuration) return kSeekNotFound;
     target = track.m_dwDuration;

@@ -82,6 +82,7 @@ int32_t ParseMvhd(BoxWalk& walk, uint32_t payload) {
 constexpr BoxRow kMovieRows[] = {
     {FourCC("mvhd"), &ParseMvhd},
     {FourCC("trak"), &ParseTrak},
+    {FourCC("mvex"), &ParseMvex},
 };
 static_assert(EveryTypeOnce(kMovieRows));
 
@@ -221,15 +222,18 @@ int32_t ReadMovie(MP4FReaderHandle& handle, BoxReader& box, ZMVFileInfo&) {
   return ParseMoov(walk, static_cast<uint32_t>(box.Left()));
 }
 
+int32_t ReadMovieFragment(MP4FReaderHandle& handle, BoxReader& box, ZMVFileInfo&) {
+  BoxWalk walk{handle, nullptr};
+  return ParseMoof(walk, static_cast<uint32_t>(box.Left()));
+}
+
 struct FileRow {
   uint32_t type;
   int32_t (*read)(MP4FReaderHandle& handle, BoxReader& box, ZMVFileInfo& info);
 };
 constexpr FileRow kFileRows[] = {
-    {FourCC("ftyp"), &ReadBrand},
-    {FourCC("mdat"), &NoteMediaData},
-    {FourCC("moov"), &ReadMovie},
-    {FourCC("AIDD"), &ReadAidd},
+    {FourCC("ftyp"), &ReadBrand},         {FourCC("mdat"), &NoteMediaData}, {FourCC("moov"), &ReadMovie},
+    {FourCC("moof"), &ReadMovieFragment}, {FourCC("AIDD"), &ReadAidd},
 };
 
 }  // namespace

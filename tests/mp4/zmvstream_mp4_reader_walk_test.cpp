@@ -83,7 +83,7 @@ TEST_F(ReaderWalk, LastMediaDataWithBytes_IsWherePayloadsBegin) {
   EXPECT_EQ(reader_->m_dwMdatPos, 12u);
 }
 
-TEST_F(ReaderWalk, FragmentBoxes_ArePassedOver) {
+TEST_F(ReaderWalk, FragmentOfATrackWithoutTrak_AddsNothing) {
   FileSpec file;
   file.after_moov = Join({Box("moof", Box("traf", FullBox("tfhd", {Be32(1)}))), Box("mdat", Zeros(8))});
   ASSERT_EQ(Describe(BuildMp4({OneFrame(AudioTrack())}, file)), 0u);

@@ -231,6 +231,7 @@ inline ByteVector BuildTrak(const TrackSpec& track, const std::vector<uint32_t>&
 
 struct FileSpec {
   ByteVector movie_header = Mvhd(1000, 0);
+  ByteVector movie_end;  // boxes behind the tracks in moov
   ByteVector before_moov;
   ByteVector after_moov;
 };
@@ -255,6 +256,7 @@ inline ByteVector BuildMp4(const std::vector<TrackSpec>& tracks, const FileSpec&
   Append(bytes, file.before_moov);
   ByteVector moov = file.movie_header;
   for (size_t t = 0; t < tracks.size(); ++t) Append(moov, BuildTrak(tracks[t], offsets[t]));
+  Append(moov, file.movie_end);
   Append(bytes, Box("moov", moov));
   Append(bytes, file.after_moov);
   return bytes;
