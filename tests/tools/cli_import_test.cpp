@@ -241,7 +241,7 @@ TEST_F(CliImport, InputsThatCannotBeRead_Fail) {
 }
 
 TEST_F(CliImport, Help_BeginsWithAnExample) {
-  for (const std::string command : {"", "import", "info", "frames", "export", "telemetry", "aidd"}) {
+  for (const std::string command : {"", "import", "info", "frames", "export", "remux", "telemetry", "aidd"}) {
     std::vector<std::string> arguments = {"--help"};
     if (!command.empty()) arguments.insert(arguments.begin(), command);
     const CliResult help = Zmv(folder_, arguments);
