@@ -383,6 +383,20 @@ TEST_F(CliTelemetry, FilesWithoutPositions_HaveTheirExitCodes) {
   EXPECT_EQ(Run("gpx", {"--track", "1"}).code, 1);
 }
 
+TEST_F(CliTelemetry, BoxThatPromisesMoreThanTheFileHas_EndsWithTheFile) {
+  Record({0, 1, 2});
+  EXPECT_EQ(Run("csv", {"--track", "1"}).code, 1);
+  Bytes file = ReadBytes(path_);
+  const char tag[] = "GPSR";
+  const auto at = std::search(file.begin(), file.end(), tag, tag + 4);
+  ASSERT_NE(at, file.end());
+  const uint8_t huge[] = {0xFF, 0xFF, 0xFF, 0xF0};
+  std::copy(std::begin(huge), std::end(huge), at - 4);
+  file.resize(static_cast<size_t>(at - file.begin()) + 4 + 2 * 80 + 40);  // two entries and a half
+  WriteBytes(path_, file);
+  EXPECT_EQ(Report()["points"], 2);
+}
+
 TEST_F(CliTelemetry, FilesCutBehindTheirBoxes_StillTellTheDrive) {
   Record({0, 1, 2});
   const std::string whole = Out("gpx");

@@ -31,7 +31,7 @@ TelemetrySource::TelemetrySource(const TelemetryPlace& place) : place_(place) {
   // With a second text track the entries of both are mixed. A single entry without a text frame is left from an earlier
   // recording.
   const bool left_over = map.indexed && promised_ == 0 && map.gps_entries == 1u;
-  if (tracks <= 1 && !left_over) ChooseBoxes(map, promised_);
+  if (tracks <= 1 && place.track == 0 && !left_over) ChooseBoxes(map, promised_);
   if (promised_ == 0) playback_ = nullptr;
   if (reads_boxes() || promised_ > 0) return;
   if (!map.indexed) throw ToolError(place.path + ": " + map.sentence, ExitCodeOf(map.health));
@@ -68,17 +68,19 @@ std::optional<GpsPoint> TelemetrySource::UnpackFrame(ByteView payload) const {
                                payload.subspan(kTelemetrySensorOffset, kTelemetrySensorSize));
 }
 
-std::optional<GpsPoint> TelemetrySource::UnpackEntry() {
+bool TelemetrySource::NextEntry(std::optional<GpsPoint>& point) {
   std::array<uint8_t, mp4::kGpsEntrySize> entry{};
   std::array<uint8_t, mp4::kSensorBlockSize> sensors{};
-  const bool whole = gps_file_->Read(entry.data(), entry.size()) == entry.size();
+  // A damaged box may promise more than the file has.
+  if (gps_file_->Read(entry.data(), entry.size()) != entry.size()) return false;
   const bool has_sensors =
       entry_ < sensor_entries_ && sensor_file_->Read(sensors.data(), sensors.size()) == sensors.size();
   ++entry_;
   const uint8_t* length = entry.data() + kEntryLength;
   const bool known = length[0] == kTelemetryGpsSize && length[1] == 0 && length[2] == 0 && length[3] == 0;
-  if (!whole || !known) return std::nullopt;
-  return Unpack(ByteView(entry).subspan(kEntryHeader), has_sensors ? ByteView(sensors) : ByteView());
+  point = std::nullopt;
+  if (known) point = Unpack(ByteView(entry).subspan(kEntryHeader), has_sensors ? ByteView(sensors) : ByteView());
+  return true;
 }
 
 bool TelemetrySource::NextFrame(TelemetrySample& sample) {
@@ -97,7 +99,7 @@ bool TelemetrySource::Next(TelemetrySample& sample) {
   // An entry does not tell its layout, the frame it was copied from does.
   if (playback_ != nullptr && !NextFrame(sample)) return false;
   const bool known = playback_ == nullptr || sample.point.has_value();
-  sample.point = UnpackEntry();
+  if (!NextEntry(sample.point)) return false;
   if (!known) sample.point = std::nullopt;
   return true;
 }

@@ -45,7 +45,7 @@ class TelemetrySource {
   bool NextFrame(TelemetrySample& sample);
   GpsPoint Unpack(ByteView gps, ByteView sensors) const;
   std::optional<GpsPoint> UnpackFrame(ByteView payload) const;
-  std::optional<GpsPoint> UnpackEntry();
+  bool NextEntry(std::optional<GpsPoint>& point);
 
   TelemetryPlace place_;
   std::unique_ptr<Playback> playback_;  // null without index
