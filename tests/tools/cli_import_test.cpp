@@ -212,6 +212,24 @@ TEST_F(CliImport, BadCommandLines_AreUsageErrors) {
   EXPECT_FALSE(std::filesystem::exists(out_));
 }
 
+TEST_F(CliImport, Projection_IsCheckedAndItsLimitsAreTold) {
+  const std::string video = Sample("drive_h264.h264");
+  for (const char* mode : {"flat", "1x", "-1", "4294967296"}) {
+    EXPECT_EQ(Zmv(folder_, {"import", video, "-o", out_, std::string("--projection=") + mode}).code, 2) << mode;
+  }
+  EXPECT_FALSE(std::filesystem::exists(out_));
+  for (const char* mode : {"none", "circ"}) {
+    const CliResult result = Zmv(folder_, {"import", video, "-o", out_, "--force", "--projection", mode});
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.err.find("warning"), std::string::npos) << result.err;
+  }
+  EXPECT_THAT(Zmv(folder_, {"import", video, "-o", out_, "--force", "--projection", "equi"}).err,
+              HasSubstr("cannot open the file"));
+  EXPECT_THAT(Zmv(folder_, {"import", Sample("drive_hevc.hevc"), "-o", out_, "--force", "--projection", "circ"}).err,
+              HasSubstr("only H.264"));
+  EXPECT_EQ(Zmv(folder_, {"import", Sample("drive_aac.aac"), "-o", out_, "--force", "--projection", "circ"}).code, 2);
+}
+
 TEST_F(CliImport, InputsThatCannotBeRead_Fail) {
   EXPECT_EQ(Zmv(folder_, {"import", folder_ / "none.h264", "-o", out_}).code, 1);
   WriteText(folder_ / "text.h264", "this is no video");
@@ -223,7 +241,7 @@ TEST_F(CliImport, InputsThatCannotBeRead_Fail) {
 }
 
 TEST_F(CliImport, Help_BeginsWithAnExample) {
-  for (const std::string command : {"", "import", "info", "frames", "export"}) {
+  for (const std::string command : {"", "import", "info", "frames", "export", "remux", "telemetry", "aidd"}) {
     std::vector<std::string> arguments = {"--help"};
     if (!command.empty()) arguments.insert(arguments.begin(), command);
     const CliResult help = Zmv(folder_, arguments);

@@ -55,6 +55,9 @@ int RunCommandLine(int argc, char** argv) {
   AddInfo(app, session);
   AddFrames(app, session);
   AddExport(app, session);
+  AddRemux(app, session);
+  AddTelemetry(app, session);
+  AddAidd(app, session);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -26,6 +26,9 @@ void AddImport(CLI::App& app, Session& session);
 void AddInfo(CLI::App& app, Session& session);
 void AddFrames(CLI::App& app, Session& session);
 void AddExport(CLI::App& app, Session& session);
+void AddRemux(CLI::App& app, Session& session);
+void AddTelemetry(CLI::App& app, Session& session);
+void AddAidd(CLI::App& app, Session& session);
 
 }  // namespace zmv::tool
 

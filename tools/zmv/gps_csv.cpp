@@ -39,9 +39,11 @@ std::vector<std::string> Cells(std::string_view line) {
   return cells;
 }
 
+// The name of a column without blanks and without the unit in brackets behind it.
 std::string Folded(const std::string& cell) {
   std::string folded;
   for (const char c : cell) {
+    if (c == '(') break;
     if (c != ' ') folded += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   }
   return folded;

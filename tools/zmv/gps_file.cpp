@@ -24,10 +24,13 @@ bool EndsWith(const std::string& path, const std::string& end) {
 
 }  // namespace
 
+bool HasSoundPosition(const GpsPoint& point) {
+  return point.latitude && point.longitude && std::fabs(*point.latitude) <= kMaxLatitude &&
+         std::fabs(*point.longitude) <= kMaxLongitude;
+}
+
 void AddPoint(const GpsPoint& point, GpsTrack& track) {
-  const bool sound = point.utc_us && point.latitude && point.longitude && std::fabs(*point.latitude) <= kMaxLatitude &&
-                     std::fabs(*point.longitude) <= kMaxLongitude;
-  if (!sound) {
+  if (!point.utc_us || !HasSoundPosition(point)) {
     ++track.malformed;
   } else if (!track.points.empty() && *point.utc_us <= *track.points.back().utc_us) {
     ++track.out_of_order;

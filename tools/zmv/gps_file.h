@@ -35,6 +35,9 @@ std::string UtcText(int64_t utc_us);
 // A finite decimal number that fills the text, blanks around it apart.
 std::optional<double> ParseNumber(std::string_view text);
 
+// A position is there and lies on the globe.
+bool HasSoundPosition(const GpsPoint& point);
+
 // The checks that both formats share: appends `point` when it is sound, else counts it.
 void AddPoint(const GpsPoint& point, GpsTrack& track);
 

@@ -2,25 +2,27 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "tools/zmv/commands.h"
+#include "tools/zmv/config_text.h"
 #include "tools/zmv/gps_file.h"
 #include "tools/zmv/import_plan.h"
 #include "tools/zmv/media_source.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/playback.h"
 #include "tools/zmv/recorder.h"
+#include "tools/zmv/recording_report.h"
 
 namespace zmv::tool {
 namespace {
 
 constexpr double kSecondUs = 1e6;
 constexpr uint64_t kSecondMs = 1000;
-// Longer recordings are possible; the tables then spill into the file instead of taking more memory.
-constexpr uint64_t kMaxExpectedMs = 4 * 3600 * kSecondMs;
+constexpr uint32_t kCircular = 1;  // the projections of dwProjectionMode
+constexpr uint32_t kEquirectangular = 7;
 constexpr uint64_t kSplitMarginMs = 10 * kSecondMs;  // until the next key frame
 
 struct ImportArguments {
@@ -29,6 +31,7 @@ struct ImportArguments {
   std::string gps;
   double gps_offset = 0;
   std::string software;
+  std::string projection;
   std::string max_size;
   double split = 0;
   double frame_rate = 0;
@@ -69,18 +72,30 @@ uint32_t ParseSize(const std::string& text) {
   return static_cast<uint32_t>(bytes);
 }
 
-std::string SoftwareText(const ImportArguments& arguments, Console& console) {
-  const bool gps = !arguments.gps.empty();
-  if (arguments.software.empty()) return gps ? "F zmv " ZMV_VERSION_TEXT : "zmv " ZMV_VERSION_TEXT;
-  if (gps && arguments.software.front() != 'F') {
-    console.Warning(
-        "--software: a text that does not begin with F keeps the positions out of the boxes GPSR and SENS; "
-        "they are in the text track only");
+// The value of the description's dwProjectionMode; 0 is an ordinary picture.
+uint32_t ParseProjection(const std::string& text) {
+  if (text.empty() || text == "none") return 0;
+  if (text == "circ") return kCircular;
+  if (text == "equi") return kEquirectangular;
+  uint32_t mode = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), mode);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    throw ToolError(fmt::format("--projection {}: is none of none, circ, equi and a number", text), kExitUsage);
   }
-  if (arguments.software.size() >= sizeof(ZMVFileInfo::szSoftware)) {
-    console.Warning(fmt::format("--software: only the first {} bytes are used", sizeof(ZMVFileInfo::szSoftware) - 1));
+  return mode;
+}
+
+void PlanProjection(uint32_t mode, ImportPlan& plan, Console& console) {
+  if (mode == 0) return;
+  if (plan.info.dwVideoCount == 0) throw ToolError("--projection: there is no video", kExitUsage);
+  ZMVVideoInfo& video = plan.info.m_Video[0];
+  video.dwSpherical = 1;
+  video.dwProjectionMode = mode;
+  if (CodecOf(video.dwFourCC) != VideoCodec::kH264) {
+    console.Warning("--projection: only H.264 video is marked with its projection, this one will not be");
+  } else if (mode != kCircular) {
+    console.Warning("--projection: other players show this one, but this library cannot open the file; circ it can");
   }
-  return arguments.software;
 }
 
 void CheckArguments(const ImportArguments& arguments) {
@@ -97,7 +112,7 @@ void CheckArguments(const ImportArguments& arguments) {
 }
 
 uint64_t ExpectedMs(const ImportPlan& plan, int64_t split_us) {
-  const uint64_t whole = std::min<uint64_t>(static_cast<uint64_t>(plan.duration_us) / 1000, kMaxExpectedMs);
+  const uint64_t whole = std::min(static_cast<uint64_t>(plan.duration_us) / 1000, kMaxExpectedMs);
   if (split_us == 0) return whole;
   const uint64_t part = static_cast<uint64_t>(split_us) / 1000 + kSplitMarginMs;
   return whole == 0 ? part : std::min(whole, part);
@@ -115,8 +130,11 @@ class Import {
     options.force = arguments_.force;
     options.max_size = ParseSize(arguments_.max_size);
     options.split_us = static_cast<int64_t>(arguments_.split * kSecondUs);
+    const uint32_t projection = ParseProjection(arguments_.projection);
     OpenInputs();
-    ImportPlan plan = PlanImport(sources_, SoftwareText(arguments_, session_.console), session_.console);
+    ImportPlan plan = PlanImport(sources_, SoftwareText(arguments_.software, !arguments_.gps.empty(), session_.console),
+                                 session_.console);
+    PlanProjection(projection, plan, session_.console);
     if (!arguments_.gps.empty()) {
       gps_ = LoadGpsFile(arguments_.gps);
       ReportSkipped();
@@ -197,31 +215,17 @@ class Import {
   }
 
   void Report(const ImportPlan& plan, const Recorder& recorder) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const RecordedFile& file : recorder.files()) {
-      std::string line = fmt::format("{}: {}", file.path, ClockText(file.duration_ms));
-      nlohmann::ordered_json tracks = nlohmann::ordered_json::array();
-      for (const RecordedTrack& track : file.tracks) {
-        line += fmt::format(", {} {}: {} frames", MediaName(track.media), track.track, Grouped(track.frames));
-        tracks.push_back({{"media", MediaName(track.media)},
-                          {"track", track.track},
-                          {"frames", track.frames},
-                          {"bytes", track.bytes},
-                          {"key_frames", track.key_frames}});
-      }
-      session_.console.Note(line);
-      list.push_back({{"file", file.path}, {"duration_ms", file.duration_ms}, {"tracks", tracks}});
-    }
+    const Json list = ReportFiles(recorder, session_.console);
     if (recorder.left_out() > 0) {
       session_.console.Warning(
           fmt::format("{} frames between a full file and the next key frame are not recorded", recorder.left_out()));
     }
     if (session_.json) {
-      const nlohmann::ordered_json report = {{"files", list},
-                                             {"frames_left_out", recorder.left_out()},
-                                             {"positions_unusable", gps_.malformed + gps_.out_of_order},
-                                             {"software", plan.info.szSoftware}};
-      fmt::print("{}\n", report.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+      const Json report = {{"files", list},
+                           {"frames_left_out", recorder.left_out()},
+                           {"positions_unusable", gps_.malformed + gps_.out_of_order},
+                           {"software", plan.info.szSoftware}};
+      fmt::print("{}\n", JsonText(report));
     }
   }
 
@@ -245,6 +249,8 @@ void AddTrackOptions(CLI::App& command, ImportArguments& arguments) {
   command.add_flag("--allow-slices", arguments.allow_slices, "Store pictures of several slices, which players misread");
   command.add_flag("--no-video", arguments.no_video, "Leave out video");
   command.add_flag("--no-audio", arguments.no_audio, "Leave out audio");
+  command.add_option("--projection", arguments.projection,
+                     "Mark the first video as spherical: none, circ, equi, or a number");
   command.add_option("--gps", arguments.gps,
                      "Positions for a text track: a .gpx or .csv file, whose first point is at the start");
   command

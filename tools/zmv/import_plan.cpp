@@ -66,19 +66,35 @@ ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, 
   return plan;
 }
 
+std::string SoftwareText(const std::string& given, bool positions, Console& console) {
+  if (given.empty()) return positions ? "F zmv " ZMV_VERSION_TEXT : "zmv " ZMV_VERSION_TEXT;
+  if (positions && given.front() != 'F') {
+    console.Warning(
+        "--software: a text that does not begin with F keeps the positions out of the boxes GPSR and SENS; "
+        "they are in the text track only");
+  }
+  if (given.size() >= sizeof(ZMVFileInfo::szSoftware)) {
+    console.Warning(fmt::format("--software: only the first {} bytes are used", sizeof(ZMVFileInfo::szSoftware) - 1));
+  }
+  return given;
+}
+
+// The writer keeps 2 x seconds x rate positions in memory. The rate is chosen so that all samples find room, whatever
+// their spacing; blank positions at the start of each file included.
+void PlanUserData(uint64_t samples, uint64_t seconds, ZMVFileInfo& info) {
+  seconds = std::max<uint64_t>(seconds, 1);
+  info.m_Text[0].dwRate = WholeOrThousandths(samples / seconds + 1);
+  info.dwDuration = WholeOrThousandths(seconds);
+}
+
 void PlanGps(const GpsTrack& track, ImportPlan& plan) {
-  // The writer keeps 2 x seconds x rate positions in memory. The rate is chosen so that all points find room, whatever
-  // their spacing; blank positions at the start of each file included.
   const int64_t span_us = *track.points.back().utc_us - *track.points.front().utc_us;
-  const auto seconds = static_cast<uint64_t>(std::max<int64_t>(std::max(plan.duration_us, span_us) / kSecondUs, 1));
-  const uint64_t rate = track.points.size() / seconds + 1;
   plan.info.dwTextCount = 1;
   ZMVTextInfo& text = plan.info.m_Text[0];
   text.dwFourCC = ZMV_FOURCC('G', 'P', 'S', ' ');
-  text.dwRate = WholeOrThousandths(rate);
   text.dwTimeScale = kTextTimeScale;
   text.dwBufferSize = kTelemetrySize;
-  plan.info.dwDuration = WholeOrThousandths(seconds);
+  PlanUserData(track.points.size(), static_cast<uint64_t>(std::max(plan.duration_us, span_us) / kSecondUs), plan.info);
   const size_t steps = track.points.size() - 1;
   plan.nominal_us.push_back(steps == 0 ? kSecondUs : std::max<int64_t>(span_us / static_cast<int64_t>(steps), 1000));
 }

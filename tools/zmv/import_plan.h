@@ -25,6 +25,16 @@ struct ImportPlan {
 ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, const std::string& software,
                       Console& console);
 
+// The software text of a recording, `given` or the tool's own. It begins with F when the writer is to collect positions
+// in boxes; a `given` one that does not although there are positions is reported.
+std::string SoftwareText(const std::string& given, bool positions, Console& console);
+
+// Makes room in the writer's memory for `samples` text frames within `seconds`.
+void PlanUserData(uint64_t samples, uint64_t seconds, ZMVFileInfo& info);
+
+// Longer recordings are possible; the tables then spill into the file instead of taking more memory.
+constexpr uint64_t kMaxExpectedMs = 4 * 3600 * 1000;
+
 // Adds a text track for `track` to the plan.
 void PlanGps(const GpsTrack& track, ImportPlan& plan);
 

@@ -87,6 +87,11 @@ class Streams {
     stream["frames"] = video.dwFrames;
     stream["duration_ms"] = video.dwDuration;
     stream["frame_rate"] = video.dwDuration > 0 ? Json(1000.0 * video.dwFrames / video.dwDuration) : Json(nullptr);
+    if (video.dwSpherical != 0) {
+      stream["spherical"] = {{"projection_mode", video.dwProjectionMode},
+                             {"type_zero", video.dwStereoTypeZero != 0},
+                             {"bounds", {video.dwStereoBound, video.dwStereoParam[0], video.dwStereoParam[1]}}};
+    }
     AddSizes(stream, ZMV_MEDIA_VIDEO, track, video.dwDuration);
     stream["buffer_size"] = video.dwBufferSize;
     return stream;

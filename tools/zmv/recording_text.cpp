@@ -34,11 +34,19 @@ std::string StreamLine(const Json& stream) {
                      Clock(stream["duration_ms"]), bits, Grouped(stream["buffer_size"].get<uint64_t>()));
 }
 
+std::string SphericalLine(const Json& spherical) {
+  const auto mode = spherical["projection_mode"].get<uint32_t>();
+  const Json& bounds = spherical["bounds"];
+  return fmt::format("           spherical, projection mode {}{}, bounds {} {} {}\n", mode, mode == 1 ? " (circ)" : "",
+                     bounds[0].get<uint32_t>(), bounds[1].get<uint32_t>(), bounds[2].get<uint32_t>());
+}
+
 void AppendStreams(const Json& info, std::string& out) {
   if (info["streams"].empty()) return;
   out += "\nStreams\n";
   for (const Json& stream : info["streams"]) {
     out += StreamLine(stream);
+    if (stream.contains("spherical")) out += SphericalLine(stream["spherical"]);
     if (!stream.contains("config")) continue;
     for (const Json& set : stream["config"])
       out += fmt::format("           {:<6} {}\n", Text(set["name"]), Text(set["hex"]));
