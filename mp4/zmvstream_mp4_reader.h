@@ -62,10 +62,10 @@ ZMV_API int32_t MP4FReaderGetInfo(MP4FReaderHandle* handle, ZMVFileInfo* info);
  */
 ZMV_API int32_t MP4FReaderReadFrame(MP4FReaderHandle* handle, ZMVFrame* frame);
 /*
- * The same without the payload, without dwChunk and without the samples of fragments. dwBufSize is tested against the sample as it is stored, which is
- * what ZMV_E_MP4_BUFFER puts there. For NAL units dwSize is exact when the sample holds one unit. Both reads move the
- * same track position, but this one moves the payload cursor by no more than the NAL lengths it reads: a frame read
- * afterwards is right from the next chunk on.
+ * The same without the payload, without dwChunk and without the samples of fragments. dwBufSize is tested against the
+ * sample as it is stored, which is what ZMV_E_MP4_BUFFER puts there. For NAL units dwSize is exact when the sample
+ * holds one unit. Both reads move the same track position, but this one moves the payload cursor by no more than the
+ * NAL lengths it reads: a frame read afterwards is right from the next chunk on.
  */
 ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* frame);
 

@@ -18,10 +18,9 @@ class SeekIntoFragments : public FragmentTest {
     audio.times = {{2, 20}};
     FragmentFile file({video, audio}, {FullBox("mehd", {Be32(400)}), Trex(1, 40), Trex(2, 20)});
     for (uint8_t i = 0; i < 2; ++i) {
-      file.Add({{.track = 1, .base = 0, .runs = {{.samples = Samples(static_cast<uint8_t>(10 + i), {3, 4, 5})}}},
-                {.track = 2,
-                 .base = 0,
-                 .runs = {{.samples = Samples(static_cast<uint8_t>(100 + i), {3, 4, 5, 6, 7, 8})}}}});
+      file.Add(
+          {{.track = 1, .base = 0, .runs = {{.samples = Samples(static_cast<uint8_t>(10 + i), {3, 4, 5})}}},
+           {.track = 2, .base = 0, .runs = {{.samples = Samples(static_cast<uint8_t>(100 + i), {3, 4, 5, 6, 7, 8})}}}});
     }
     return file;
   }
