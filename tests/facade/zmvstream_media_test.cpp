@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstring>
 #include <functional>
 
@@ -56,6 +57,13 @@ ByteVector VideoForm(uint32_t extra) {
 }
 
 ByteVector Extra(const uint8_t* data, size_t size) { return ByteVector(data, data + size); }
+
+// Every byte of two descriptions but those behind the one-byte field, which nobody sets.
+bool SameFields(const ZMVAudioInfo& a, const ZMVAudioInfo& b) {
+  constexpr size_t kGap = offsetof(ZMVAudioInfo, bValid) + sizeof a.bValid;
+  return std::memcmp(&a, &b, kGap) == 0 &&
+         std::memcmp(&a.dwFrames, &b.dwFrames, sizeof a - offsetof(ZMVAudioInfo, dwFrames)) == 0;
+}
 
 class MediaFormat : public ::testing::Test {
  protected:
@@ -198,7 +206,7 @@ TEST_F(MediaFormat, PutVideo_WriteFails_ReturnsTheCountAllTheSame) {
 TEST_F(MediaFormat, GetAudio_16Bytes_ReadsBackUnchanged) {
   const ZMVAudioInfo audio = ReadAudio(PcmForm(), 16);
   const ZMVAudioInfo expected = Pcm();
-  EXPECT_EQ(std::memcmp(&audio, &expected, sizeof audio), 0);
+  EXPECT_TRUE(SameFields(audio, expected));
   EXPECT_EQ(position_, 16u);
 }
 
@@ -396,7 +404,7 @@ TEST(MediaFormatMem, Audio_17Bytes_SixFieldsNoExtraData) {
   ZMVAudioInfo audio{};
   GetAudioFormatMem(form.data(), 17, &audio);
   const ZMVAudioInfo expected = Pcm();
-  EXPECT_EQ(std::memcmp(&audio, &expected, sizeof audio), 0);
+  EXPECT_TRUE(SameFields(audio, expected));
 }
 
 TEST(MediaFormatMem, Audio_20BytesSizeWord2_TakesTwo) {
@@ -419,7 +427,7 @@ TEST(MediaFormatMem, Audio_Below16Bytes_DoesNothing) {
   ZMVAudioInfo audio{};
   for (uint32_t size = 0; size < 16; ++size) GetAudioFormatMem(PcmForm().data(), size, &audio);
   const ZMVAudioInfo untouched{};
-  EXPECT_EQ(std::memcmp(&audio, &untouched, sizeof audio), 0);
+  EXPECT_TRUE(SameFields(audio, untouched));
 }
 
 TEST(MediaFormatMem, Audio_MoreExtraThanTheRecordHolds_TakesNone) {
