@@ -30,7 +30,7 @@ class Random {
 constexpr uint32_t kMaxSamples = 40;
 
 struct Case {
-  TrackSpec spec;
+  TrackSpec plan;
   PlainTables tables;
 };
 
@@ -73,34 +73,34 @@ void AddTimes(Random& random, uint32_t samples, Case* made) {
     total += count;
   }
   if (random.OneIn(20)) made->tables.times.push_back({0xFFFFFFFF, RandomDelta(random)});
-  made->spec.times = made->tables.times;
-  if (made->spec.times.empty()) made->spec.leave_out.push_back("stts");
+  made->plan.times = made->tables.times;
+  if (made->plan.times.empty()) made->plan.leave_out.push_back("stts");
 }
 
 Case RandomCase(uint64_t seed) {
   Random random(seed);
   Case made;
   made.tables.media = random.Pick({1, 1, 1, 2, 3});
-  TrackSpec& spec = made.spec = made.tables.media == 1   ? VideoTrack()
+  TrackSpec& plan = made.plan = made.tables.media == 1   ? VideoTrack()
                                 : made.tables.media == 2 ? AudioTrack()
                                                          : TextTrack();
-  if (made.tables.media == 1) spec.entries = {VideoEntry("mp4v", {})};
+  if (made.tables.media == 1) plan.entries = {VideoEntry("mp4v", {})};
   if (made.tables.media == 2 && random.OneIn(2)) {
     made.tables.pcm = true;
     made.tables.bits_per_sample = random.Pick({0, 8, 16});
     made.tables.sample_rate = random.Pick({0, 50, 1000, 48000});
-    spec.entries = {AudioEntry("sowt", {}, 1, made.tables.bits_per_sample, made.tables.sample_rate)};
+    plan.entries = {AudioEntry("sowt", {}, 1, made.tables.bits_per_sample, made.tables.sample_rate)};
   }
   const uint32_t samples = random.Below(kMaxSamples);
-  for (uint32_t i = 0; i < samples; ++i) spec.frames.push_back(Unit(static_cast<uint8_t>(i), random.Below(5)));
-  if (random.OneIn(5)) spec.constant_size = 1 + random.Below(4);
-  if (random.OneIn(8)) spec.sample_count = samples / 2;
-  if (random.OneIn(3)) spec.sync = RandomSyncs(random, samples);
-  if (made.tables.media == 1 && !spec.sync && random.OneIn(2)) spec.sync = RandomSyncs(random, samples);
-  spec.time_scale = random.Pick({1000, 1000, 1000, 600, 90000, 1, 0});
-  spec.chunks = made.tables.media == 2 ? std::vector<std::array<uint32_t, 3>>{{1, 1, 1}} : RandomChunks(random);
+  for (uint32_t i = 0; i < samples; ++i) plan.frames.push_back(Unit(static_cast<uint8_t>(i), random.Below(5)));
+  if (random.OneIn(5)) plan.constant_size = 1 + random.Below(4);
+  if (random.OneIn(8)) plan.sample_count = samples / 2;
+  if (random.OneIn(3)) plan.sync = RandomSyncs(random, samples);
+  if (made.tables.media == 1 && !plan.sync && random.OneIn(2)) plan.sync = RandomSyncs(random, samples);
+  plan.time_scale = random.Pick({1000, 1000, 1000, 600, 90000, 1, 0});
+  plan.chunks = made.tables.media == 2 ? std::vector<std::array<uint32_t, 3>>{{1, 1, 1}} : RandomChunks(random);
   AddTimes(random, samples, &made);
-  spec.duration = random.OneIn(3) ? random.Below(1500) : samples * 8;
+  plan.duration = random.OneIn(3) ? random.Below(1500) : samples * 8;
   return made;
 }
 
@@ -114,7 +114,7 @@ class SeekProperty : public SeekTest {
     const ByteVector file = BuildCase(&made, missing_chunks);
     ASSERT_EQ(Describe(file), 0u);
     reader_->m_dwDuration += random.Below(3);
-    made.tables = TablesOf(Track(0), made.spec);
+    made.tables = TablesOf(Track(0), made.plan);
     const uint32_t read_before = random.OneIn(3) ? random.Below(10) : 0;
     ASSERT_NO_FATAL_FAILURE(ReadSome(made.tables, file, read_before));
     for (uint32_t time : Times(made.tables)) {
@@ -135,13 +135,13 @@ class SeekProperty : public SeekTest {
  private:
   // With some chunk offsets left out, or with one at the end of the data.
   static ByteVector BuildCase(Case* made, uint32_t missing_chunks) {
-    ByteVector file = BuildMp4({made->spec});
+    ByteVector file = BuildMp4({made->plan});
     if (missing_chunks == 0) return file;
-    std::vector<uint32_t> offsets(made->spec.frames.size(), 40);
+    std::vector<uint32_t> offsets(made->plan.frames.size(), 40);
     if (missing_chunks == 1 && !offsets.empty()) offsets.back() = static_cast<uint32_t>(file.size());
     for (; missing_chunks > 1 && !offsets.empty(); --missing_chunks) offsets.pop_back();
-    made->spec.offsets = offsets;
-    return BuildMp4({made->spec});
+    made->plan.offsets = offsets;
+    return BuildMp4({made->plan});
   }
 
   // All up to behind the end; in a long track those around every sample.

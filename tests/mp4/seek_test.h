@@ -24,7 +24,7 @@ inline void PrintTo(const PlainPlace& place, std::ostream* out) {
 class SeekTest : public ReaderTest {
  protected:
   // The tables of a track as the reader bounds them, taken from what the file was built of.
-  PlainTables TablesOf(const MP4ReaderTrack& track, const TrackSpec& spec) {
+  PlainTables TablesOf(const MP4ReaderTrack& track, const TrackSpec& plan) {
     PlainTables tables;
     tables.media = track.m_dwMediaType;
     tables.time_scale = track.m_dwTimeScale;
@@ -36,12 +36,12 @@ class SeekTest : public ReaderTest {
     tables.pcm = track.m_bPcmFraming != 0;
     tables.bits_per_sample = track.m_dwBitsPerSample;
     tables.sample_rate = track.m_dwSampleRate;
-    tables.times = spec.times;
-    if (spec.chunks) tables.chunks = *spec.chunks;
-    for (const ByteVector& frame : spec.frames) tables.sizes.push_back(static_cast<uint32_t>(frame.size()));
+    tables.times = plan.times;
+    if (plan.chunks) tables.chunks = *plan.chunks;
+    for (const ByteVector& frame : plan.frames) tables.sizes.push_back(static_cast<uint32_t>(frame.size()));
     tables.sizes.resize(std::min<size_t>(tables.sizes.size(), tables.sample_count));
     tables.offsets = OffsetsIn(track);
-    tables.syncs = spec.sync;
+    tables.syncs = plan.sync;
     return tables;
   }
 

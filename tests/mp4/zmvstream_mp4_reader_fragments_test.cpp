@@ -40,17 +40,17 @@ TEST_F(MovieExtends, LongFragmentDuration_KeepsItsLowHalf) {
 }
 
 TEST_F(MovieExtends, FragmentDuration_CountsInTheTimeScaleOfTheMovie) {
-  FileSpec spec;
-  spec.movie_header = Mvhd(90000, 0);
-  spec.movie_end = Box("mvex", FullBox("mehd", {Be32(180000)}));
-  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack()}, spec)), 0u);
+  FileSpec plan;
+  plan.movie_header = Mvhd(90000, 0);
+  plan.movie_end = Box("mvex", FullBox("mehd", {Be32(180000)}));
+  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack()}, plan)), 0u);
   EXPECT_EQ(info_->dwDuration, 2000u);
 }
 
 TEST_F(MovieExtends, TrackDefaults_GoToTheirTrackInFrontOfTheTracksToo) {
-  FileSpec spec;
-  spec.movie_header = Join({Mvhd(1000, 0), Box("mvex", {Trex(2, 20, 7), Trex(1, 40, 9)})});
-  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack(), AudioTrack()}, spec)), 0u);
+  FileSpec plan;
+  plan.movie_header = Join({Mvhd(1000, 0), Box("mvex", {Trex(2, 20, 7), Trex(1, 40, 9)})});
+  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack(), AudioTrack()}, plan)), 0u);
   ASSERT_EQ(reader_->m_dwTrackCount, 2u);
   EXPECT_EQ(MP4ReaderFindTrak(reader_, 1)->m_dwTrexDuration, 40u);
   EXPECT_EQ(MP4ReaderFindTrak(reader_, 1)->m_dwTrexSize, 9u);
@@ -120,10 +120,10 @@ TEST_F(FragmentCount, DescribedTwice_CountsOnce) {
 }
 
 TEST_F(FragmentCount, FragmentsInFrontOfMoov_AreKeptForTheirTrack) {
-  FileSpec spec;
+  FileSpec plan;
   const auto brand = static_cast<uint32_t>(BuildMp4({}).size() - Box("moov", Mvhd(1000, 0)).size());
-  spec.before_moov = BuildFragment({{.runs = {{.samples = Samples(1, {3})}}}}, brand);
-  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack()}, spec)), 0u);
+  plan.before_moov = BuildFragment({{.runs = {{.samples = Samples(1, {3})}}}}, brand);
+  ASSERT_EQ(ReaderTest::Describe(BuildMp4({VideoTrack()}, plan)), 0u);
   EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAreArray(Samples(1, {3})));
 }
 
