@@ -70,7 +70,7 @@ class Writer {
     param.dwFormat = task.container->format;
     param.pszPath = task.path.c_str();
     param.bInterleave = 1;
-    const ZMVFileInfo info = Describe();
+    ZMVFileInfo info = Describe();
     return ZMVWriterOpen(&writer_, &param) >= 0 && ZMVWriterSetInfo(writer_, &info, 0) >= 0;
   }
   bool Write(const Frame& made) {

@@ -5,14 +5,16 @@ set(ZMV_PUBLIC_HEADERS
   platform/zmv_platform.h platform/zmv_byte.h platform/zmv_codec.h platform/zmv_host.h
   stream/zmvstream_buf.h stream/zmvstream_file.h
   facade/zmvstream_media.h facade/zmvstream_reader.h facade/zmvstream_writer.h
-  mp4/zmvstream_mp4_writer.h mp4/zmvstream_mp4_reader.h)
+  mp4/zmvstream_mp4_writer.h mp4/zmvstream_mp4_reader.h
+  avi/zmvstream_avi_writer.h avi/zmvstream_avi_reader.h)
 
 # libzmvstream.so.1: the rooms, under a version script that exports the reviewed list and nothing else. The host's names
 # stay undefined; they come from the process.
 add_library(zmvstream SHARED)
 target_sources(zmvstream PRIVATE
   $<TARGET_OBJECTS:zmv_stream> $<TARGET_OBJECTS:zmv_media> $<TARGET_OBJECTS:zmv_mp4_writer>
-  $<TARGET_OBJECTS:zmv_mp4_reader> $<TARGET_OBJECTS:zmv_facade>)
+  $<TARGET_OBJECTS:zmv_mp4_reader> $<TARGET_OBJECTS:zmv_avi_writer> $<TARGET_OBJECTS:zmv_avi_reader>
+  $<TARGET_OBJECTS:zmv_facade>)
 set_target_properties(zmvstream PROPERTIES SOVERSION ${PROJECT_VERSION_MAJOR} VERSION ${PROJECT_VERSION}
   LINKER_LANGUAGE CXX LINK_DEPENDS ${PROJECT_BINARY_DIR}/zmvstream.map)
 file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/exports.txt zmv_exports REGEX "^[A-Za-z_]")

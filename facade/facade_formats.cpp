@@ -2,6 +2,8 @@
 // exported entry points exactly the slot's type, so that no function pointer is ever cast.
 #include "facade/facade_formats.h"
 
+#include "avi/zmvstream_avi_reader.h"
+#include "avi/zmvstream_avi_writer.h"
 #include "base/byte_order.h"
 #include "base/fourcc.h"
 #include "mp4/zmvstream_mp4_reader.h"
@@ -23,7 +25,7 @@ int32_t Mp4WriterOpen(void** writer, ZMVStreamBuf* stream, uint8_t interleave, u
 
 void Mp4WriterClose(void* writer) { MP4WriterClose(Mp4Writer(writer)); }
 
-int32_t Mp4WriterSetInfo(void* writer, const ZMVFileInfo* info, uint64_t start_time) {
+int32_t Mp4WriterSetInfo(void* writer, ZMVFileInfo* info, uint64_t start_time) {
   return MP4WriterSetInfo(Mp4Writer(writer), info, start_time);
 }
 
@@ -105,9 +107,97 @@ constexpr ZMVReaderOperations kMp4ReaderOperations = {
     .SetStatus = nullptr,
 };
 
+// ---- AVI writer
+
+AVIWriterHandle* AviWriter(void* writer) { return static_cast<AVIWriterHandle*>(writer); }
+
+int32_t AviWriterOpen(void** writer, ZMVStreamBuf* stream, uint8_t interleave, uint64_t expire) {
+  AVIWriterHandle* opened = nullptr;
+  const int32_t result = AVIWriterOpen(&opened, stream, interleave, expire, 0.0);
+  if (!Failed(result)) *writer = opened;
+  return result;
+}
+
+void AviWriterClose(void* writer) { AVIWriterClose(AviWriter(writer)); }
+
+int32_t AviWriterSetInfo(void* writer, ZMVFileInfo* info, uint64_t start_time) {
+  return AVIWriterSetInfo(AviWriter(writer), info, static_cast<double>(start_time));
+}
+
+uint64_t AviWriterGetCurSize(void* writer) { return AVIWriterGetCurSize(AviWriter(writer)); }
+
+int32_t AviWriterWriteFrame(void* writer, ZMVFrame* frame) { return AVIWriterWriteFrame(AviWriter(writer), frame); }
+
+constexpr ZMVWriterOperations kAviWriterOperations = {
+    .Open = &AviWriterOpen,
+    .Reserved = nullptr,
+    .Close = &AviWriterClose,
+    .SetInfo = &AviWriterSetInfo,
+    .GetCurSize = &AviWriterGetCurSize,
+    .WriteFrame = &AviWriterWriteFrame,
+    .SetSync = nullptr,
+};
+
+// ---- AVI reader
+
+AVIReaderHandle* AviReader(void* reader) { return static_cast<AVIReaderHandle*>(reader); }
+
+int32_t AviReaderOpen(void** reader, ZMVStreamBuf* stream) {
+  AVIReaderHandle* opened = nullptr;
+  const int32_t result = AVIReaderOpen(&opened, stream);
+  if (!Failed(result)) *reader = opened;
+  return result;
+}
+
+void AviReaderClose(void* reader) { AVIReaderClose(AviReader(reader)); }
+
+int32_t AviReaderGetInfo(void* reader, ZMVFileInfo* info, uint32_t read_index) {
+  return AVIReaderGetInfo(AviReader(reader), info, read_index);
+}
+
+int32_t AviReaderReadFrame(void* reader, ZMVFrame* frame) { return AVIReaderReadFrame(AviReader(reader), frame); }
+
+uint8_t AviReaderSeekByTime(void* reader, uint32_t* time, uint8_t flag) {
+  return AVIReaderSeekByTime(AviReader(reader), time, flag);
+}
+
+uint8_t AviReaderSeekByKeyFrame(void* reader, uint32_t* time, uint8_t flag) {
+  return AVIReaderSeekByKeyFrame(AviReader(reader), time, flag);
+}
+
+uint8_t AviReaderSeekByMedia(void* reader, uint32_t* time, uint32_t media) {
+  return AVIReaderSeekByMedia(AviReader(reader), time, media);
+}
+
+int32_t AviReaderChangeTrack(void* reader, uint32_t track, uint32_t time, uint32_t media, ZMVReader*) {
+  return AVIReaderChangeTrack(AviReader(reader), track, time, media);
+}
+
+// The index is made by GetInfo, so none is built beside it.
+constexpr ZMVReaderOperations kAviReaderOperations = {
+    .Open = &AviReaderOpen,
+    .OpenParam = nullptr,
+    .Close = &AviReaderClose,
+    .Reserved = nullptr,
+    .GetInfo = &AviReaderGetInfo,
+    .Start = nullptr,
+    .MakeIndex = nullptr,
+    .ReadThumb = nullptr,
+    .ReadFrame = &AviReaderReadFrame,
+    .ReadFrameInfo = nullptr,
+    .SeekByTime = &AviReaderSeekByTime,
+    .SeekByKeyFrame = &AviReaderSeekByKeyFrame,
+    .SeekBySubtitle = nullptr,
+    .SeekByMedia = &AviReaderSeekByMedia,
+    .ChangeTrack = &AviReaderChangeTrack,
+    .GetStatus = nullptr,
+    .SetStatus = nullptr,
+};
+
 // ---- What there is
 
 constexpr WriterFormat kWriterFormats[] = {
+    {ZMV_FORMAT_AVI, "AVI", &kAviWriterOperations},
     {ZMV_FORMAT_MP4, "MP4", &kMp4WriterOperations},
 };
 
@@ -118,6 +208,12 @@ bool IsMp4(const uint8_t* front) {
   return type == FourCC("ftyp") || type == FourCC("mdat") || type == FourCC("moov");
 }
 
+// Any RIFF file is the AVI reader's to judge. The second test compares with the zero byte behind the three letters.
+bool IsAvi(const uint8_t* front) {
+  constexpr uint32_t kForm = ZMV_FOURCC('A', 'V', 'I', 0);
+  return LoadLE32(front) == FourCC("RIFF") || LoadLE32(front + 8) == kForm;
+}
+
 struct ReaderFormat {
   bool (*Matches)(const uint8_t* front);
   const ZMVReaderOperations* operations;
@@ -125,6 +221,7 @@ struct ReaderFormat {
 
 constexpr ReaderFormat kReaderFormats[] = {
     {&IsMp4, &kMp4ReaderOperations},
+    {&IsAvi, &kAviReaderOperations},
 };
 
 }  // namespace

@@ -96,7 +96,7 @@ int32_t ZMVWriterOpen(ZMVWriter** handle, const ZMVWriterParam* param) {
   return 0;
 }
 
-int32_t ZMVWriterSetInfo(ZMVWriter* handle, const ZMVFileInfo* info, uint64_t value) {
+int32_t ZMVWriterSetInfo(ZMVWriter* handle, ZMVFileInfo* info, uint64_t value) {
   TraceScope scope(kWriterModule, __func__);
   if (handle->operations.SetInfo == nullptr) return 0;
   const int32_t result = handle->operations.SetInfo(handle->hWriter, info, value);

@@ -32,12 +32,13 @@ typedef struct ZMVWriter ZMVWriter;
 #define ZMV_FORMAT_MP4 1u
 
 typedef struct ZMVWriterParam {
-  uint32_t dwFormat;       /* ZMV_FORMAT_* */
-  const char* pszPath;     /* destination, below 256 bytes; its file system is asked for free space */
-  const char* pszTarget;   /* written to instead of pszPath when not null; must live as long as the writer */
-  uint32_t dwTargetSize;   /* goes with pszTarget */
-  uint8_t bInterleave;     /* MP4: 1, every frame its own chunk (what players expect); 0, runs of frames */
-  uint64_t llExpire;       /* expected length in milliseconds, sizes the MP4 tables; 0 = 120 s. Longer is possible. */
+  uint32_t dwFormat;     /* ZMV_FORMAT_* */
+  const char* pszPath;   /* destination, below 256 bytes; its file system is asked for free space */
+  const char* pszTarget; /* written to instead of pszPath when not null; must live as long as the writer */
+  uint32_t dwTargetSize; /* goes with pszTarget */
+  uint8_t bInterleave;   /* MP4: 1, every frame its own chunk (what players expect); 0, runs of frames */
+  uint64_t llExpire; /* expected length in milliseconds; sizes the MP4 tables (0 = 120 s) and the AVI index. Longer is
+                        possible. */
   uint32_t dwMaxFileSize;  /* bytes; 0 = no limit */
   uint32_t dwMaxDuration;  /* milliseconds (100 more are tolerated); 0 = no limit */
   uint32_t dwMaxFrames;    /* video frames (one more is tolerated); 0 = no limit */
@@ -48,16 +49,17 @@ typedef struct ZMVWriterParam {
 
 /*
  * Creates the file and its container writer. `*handle` is stored on success only; `param` is borrowed for the call. 0,
- * ZMV_E_MEMORY, ZMV_E_OPEN, ZMV_E_UNSUPPORTED_FORMAT (ZMV_FORMAT_MP4 is the format that can be written). A disk that is
- * nearly full does not stop it.
+ * ZMV_E_MEMORY, ZMV_E_OPEN, ZMV_E_UNSUPPORTED_FORMAT for a number that is no ZMV_FORMAT_*. A disk that is nearly full
+ * does not stop it.
  */
 ZMV_API int32_t ZMVWriterOpen(ZMVWriter** handle, const ZMVWriterParam* param);
 
 /*
- * Hands the streams to the container, which writes its header. `info` is borrowed; `value` is the start time in
- * milliseconds, which MP4 only keeps. 0; ZMV_E_FAIL when a count exceeds its capacity; ZMV_E_MEMORY; a stream code.
+ * Hands the streams to the container, which writes its header. `info` is borrowed; AVI sets the block align of its
+ * audio description, nothing else is changed. `value` is the start time in milliseconds, which is only kept. 0;
+ * ZMV_E_FAIL when a count exceeds its capacity; ZMV_E_MEMORY; a stream code.
  */
-ZMV_API int32_t ZMVWriterSetInfo(ZMVWriter* handle, const ZMVFileInfo* info, uint64_t value);
+ZMV_API int32_t ZMVWriterSetInfo(ZMVWriter* handle, ZMVFileInfo* info, uint64_t value);
 
 /*
  * Writes one frame, when the disk has room for it and no limit of ZMVWriterParam is reached; both are judged under the

@@ -12,7 +12,7 @@ struct ZMVWriterOperations {
   int32_t (*Open)(void** writer, ZMVStreamBuf* stream, uint8_t interleave, uint64_t expire);
   void (*Reserved)();
   void (*Close)(void* writer);  // accepts null
-  int32_t (*SetInfo)(void* writer, const ZMVFileInfo* info, uint64_t startTime);
+  int32_t (*SetInfo)(void* writer, ZMVFileInfo* info, uint64_t startTime);
   uint64_t (*GetCurSize)(void* writer);  // projected file size in bytes
   int32_t (*WriteFrame)(void* writer, ZMVFrame* frame);
   int32_t (*SetSync)(void* writer, uint8_t flag);

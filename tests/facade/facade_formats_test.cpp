@@ -66,7 +66,7 @@ TEST(FacadeFormats, Mp4_SizesAndHorizon_PassThroughTheAdapters) {
     ASSERT_EQ(ZMVStreamBuf_Open(&output, "b.mp4", 0, ZMV_STREAM_WRITE), 0);
     void* handle = nullptr;
     ASSERT_EQ(slots.Open(&handle, output, 1, i == 0 ? 1000 : 3600000), 0);
-    const ZMVFileInfo info = SmallInfo();
+    ZMVFileInfo info = SmallInfo();
     ASSERT_EQ(slots.SetInfo(handle, &info, 0), 0);
     taken[i] = host.LiveBytes();
     EXPECT_GT(slots.GetCurSize(handle), host.File("b.mp4").size());

@@ -36,7 +36,7 @@ class FacadeThreads : public ::testing::Test {
 TEST_F(FacadeThreads, Writer_FramesOfEveryThread_AreAllInTheFile) {
   constexpr uint32_t kFrames = 200;
   const ZMVWriterParam param = SmallParam(kPath);
-  const ZMVFileInfo info = SmallInfo();
+  ZMVFileInfo info = SmallInfo();
   ZMVWriter* writer = nullptr;
   ASSERT_EQ(ZMVWriterOpen(&writer, &param), 0);
   ASSERT_EQ(ZMVWriterSetInfo(writer, &info, 0), 0);
@@ -77,7 +77,7 @@ TEST_F(FacadeThreads, Writer_FrameLimit_IsExactAcrossThreads) {
   constexpr uint32_t kLimit = 50;
   ZMVWriterParam param = SmallParam(kPath);
   param.dwMaxFrames = kLimit;
-  const ZMVFileInfo info = SmallInfo();
+  ZMVFileInfo info = SmallInfo();
   ZMVWriter* writer = nullptr;
   ASSERT_EQ(ZMVWriterOpen(&writer, &param), 0);
   ASSERT_EQ(ZMVWriterSetInfo(writer, &info, 0), 0);

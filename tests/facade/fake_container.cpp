@@ -82,7 +82,7 @@ int32_t SetStatus(void* reader, uint32_t value) {
   return Of(reader).result;
 }
 
-int32_t SetInfo(void* writer, const ZMVFileInfo* info, uint64_t start) {
+int32_t SetInfo(void* writer, ZMVFileInfo* info, uint64_t start) {
   Written(writer).Note(Call("SetInfo", {info->dwVideoCount, start}));
   return Written(writer).result;
 }

@@ -71,7 +71,7 @@ inline int32_t WriteSmallFrame(ZMVWriter* writer, uint32_t media, uint32_t numbe
 // Records kSmallFrames frames of each medium; the first failure, or 0.
 inline int32_t RecordSmall(const char* path) {
   const ZMVWriterParam param = SmallParam(path);
-  const ZMVFileInfo info = SmallInfo();
+  ZMVFileInfo info = SmallInfo();
   ZMVWriter* writer = nullptr;
   int32_t result = ZMVWriterOpen(&writer, &param);
   if (result < 0) return result;

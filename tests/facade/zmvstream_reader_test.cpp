@@ -88,18 +88,58 @@ TEST_F(Reader, Sniff_Mp4_FillsTheSlotsItServes) {
   Close();
 }
 
+TEST_F(Reader, Sniff_Riff_SelectsAvi) {
+  EXPECT_EQ(OpenBytes(Join({Text("RIFF"), Le32(4), Text("AVI ")})), 0u);
+  EXPECT_EQ(OpenBytes(Join({Text("RIFF"), Le32(4), Text("MENU"), Zeros(5000)})), 0u);
+  // The zero byte behind three letters is compared too, and then the reader finds a block in front of the RIFF data.
+  EXPECT_EQ(OpenBytes(Join({Zeros(8), Text("AVI"), Zeros(85)})), 0u);
+}
+
+// Every RIFF file is the AVI reader's to judge: these are not refused as a format that is not known.
+TEST_F(Reader, Sniff_RiffThatIsNoAvi_FailsInTheAviReader) {
+  for (const ByteVector& bytes : {Text("RIFF?"), Join({Text("RIFF"), Le32(4), Text("WAVE")})}) {
+    host_.ClearRecords();
+    const uint32_t result = OpenBytes(bytes);
+    EXPECT_NE(result, 0u);
+    EXPECT_NE(result, ZMV_E_UNSUPPORTED_FORMAT);
+    EXPECT_EQ(reader_, nullptr);
+  }
+}
+
+TEST_F(Reader, Sniff_Avi_FillsTheSlotsItServes) {
+  host_.PutFile("sniff.bin", Join({Text("RIFF"), Le32(4), Text("AVI ")}));
+  ASSERT_EQ(Open("sniff.bin"), 0u);
+  const ZMVReaderOperations& slots = reader_->operations;
+  EXPECT_NE(slots.Open, nullptr);
+  EXPECT_NE(slots.Close, nullptr);
+  EXPECT_NE(slots.GetInfo, nullptr);
+  EXPECT_NE(slots.ReadFrame, nullptr);
+  EXPECT_NE(slots.SeekByTime, nullptr);
+  EXPECT_NE(slots.SeekByKeyFrame, nullptr);
+  EXPECT_NE(slots.SeekByMedia, nullptr);
+  EXPECT_NE(slots.ChangeTrack, nullptr);
+  EXPECT_EQ(slots.ReadFrameInfo, nullptr);
+  EXPECT_EQ(slots.SeekBySubtitle, nullptr);
+  EXPECT_EQ(slots.OpenParam, nullptr);
+  EXPECT_EQ(slots.Reserved, nullptr);
+  EXPECT_EQ(slots.Start, nullptr);
+  EXPECT_EQ(slots.MakeIndex, nullptr);
+  EXPECT_EQ(slots.ReadThumb, nullptr);
+  EXPECT_EQ(slots.GetStatus, nullptr);
+  EXPECT_EQ(slots.SetStatus, nullptr);
+  Close();
+}
+
 TEST_F(Reader, Sniff_OtherFiles_AreRefusedWithTheMessage) {
   const ByteVector others[] = {
       Text("R"),
       Text("RIF"),
+      Text("RIFX"),
       Zeros(4096),
       Join({Be32(8), Text("free"), Be32(8), Text("moov")}),  // only the first box counts
       Join({Be32(8), Text("ftyq")}),
       Join({Be32(7), Text("moo")}),
-      Join({Zeros(8), Text("AVI "), Zeros(20)}),
-      Join({Text("RIFF"), Le32(4), Text("WAVE")}),
-      Join({Text("RIFF"), Le32(4), Text("AVI ")}),
-      Text("RIFF?"),
+      Join({Zeros(8), Text("AVI "), Zeros(20)}),  // a form without its RIFF
   };
   for (const ByteVector& bytes : others) {
     host_.ClearRecords();

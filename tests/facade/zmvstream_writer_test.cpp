@@ -56,8 +56,21 @@ TEST_F(Writer, Select_Mp4_FillsTheTable) {
   EXPECT_THAT(host_.Traces(3), ElementsAre("File format MP4 selected\n"));
 }
 
+TEST_F(Writer, Select_Avi_FillsTheTable) {
+  ZMVWriter writer{};
+  EXPECT_EQ(SelectWriter(&writer, ZMV_FORMAT_AVI), 0);
+  EXPECT_NE(writer.operations.Open, nullptr);
+  EXPECT_NE(writer.operations.Close, nullptr);
+  EXPECT_NE(writer.operations.SetInfo, nullptr);
+  EXPECT_NE(writer.operations.GetCurSize, nullptr);
+  EXPECT_NE(writer.operations.WriteFrame, nullptr);
+  EXPECT_EQ(writer.operations.Reserved, nullptr);
+  EXPECT_EQ(writer.operations.SetSync, nullptr);
+  EXPECT_THAT(host_.Traces(3), ElementsAre("File format AVI selected\n"));
+}
+
 TEST_F(Writer, Select_FormatThatCannotBeWritten_IsRefused) {
-  for (const uint32_t format : {ZMV_FORMAT_AVI, 2u, 0xFFFFFFFFu}) {
+  for (const uint32_t format : {2u, 3u, 0xFFFFFFFFu}) {
     host_.ClearRecords();
     ZMVWriter writer{};
     EXPECT_EQ(Code(SelectWriter(&writer, format)), ZMV_E_UNSUPPORTED_FORMAT);
@@ -67,7 +80,7 @@ TEST_F(Writer, Select_FormatThatCannotBeWritten_IsRefused) {
 }
 
 TEST_F(Writer, Open_UnknownFormat_ClosesTheStream) {
-  for (const uint32_t format : {2u, ZMV_FORMAT_AVI}) {
+  for (const uint32_t format : {2u, 0xFFFFFFFFu}) {
     ZMVWriterParam param = SmallParam(kPath);
     param.dwFormat = format;
     EXPECT_EQ(Open(param), ZMV_E_UNSUPPORTED_FORMAT);
@@ -203,7 +216,7 @@ TEST_F(Writer, FreeSpace_JustUnder10MiB_IsNothingAndTheFirstWriteMeasuresAgain) 
   EXPECT_THAT(host_.Traces(1), ElementsAre("[Writer] Disk free space is under 10MB (10485759)\n"));
   EXPECT_THAT(host_.Traces(2), Contains("[Writer] Disk Free Size 0 MB\n"));
   host_.free_space = kReserve << 4;
-  const ZMVFileInfo info = SmallInfo();
+  ZMVFileInfo info = SmallInfo();
   ASSERT_EQ(ZMVWriterSetInfo(writer_, &info, 0), 0);
   EXPECT_EQ(WriteSmallFrame(writer_, ZMV_MEDIA_VIDEO, 0), 0);
   EXPECT_EQ(host_.Count(HostCall::kDiskSpace), 2u);
@@ -281,7 +294,7 @@ TEST_F(Writer, Recording_FrameWithoutInfo_IsRefused) {
 TEST_F(Writer, Recording_SizeLimitReached_LeavesAFileThatPlays) {
   ZMVWriterParam param = SmallParam(kPath);
   ASSERT_EQ(Open(param), 0u);
-  const ZMVFileInfo info = SmallInfo();
+  ZMVFileInfo info = SmallInfo();
   ASSERT_EQ(ZMVWriterSetInfo(writer_, &info, 0), 0);
   writer_->m_llMaxFileSize = static_cast<int64_t>(ZMVWriterGetSize(writer_)) + 200;
   uint32_t written = 0;
