@@ -55,7 +55,7 @@ TEST_F(AviLimits, FrameOf4GiB_IsRefused) {
   ZMVFrame frame = {};
   frame.pData = &byte;
   frame.dwMediaType = ZMV_MEDIA_VIDEO;
-  for (const uint32_t size : {0xFFFFFFFFu, 0xFFFFFFF7u, 0xFFFFF000u}) {
+  for (const uint32_t size : {0xFFFFFFFFu, 0xFFFFFFF7u, 0xFFFFFE00u}) {
     frame.dwSize = size;
     EXPECT_EQ(static_cast<uint32_t>(AVIWriterWriteFrame(writer, &frame)), ZMV_E_WRITE);
   }

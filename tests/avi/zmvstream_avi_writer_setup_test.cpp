@@ -123,7 +123,7 @@ TEST_F(AviSetup, HdrlSize_CountsTheStreamListsButNotInfo) {
   Start();
   // 4 + 8 + 56; video 8 + 76 + 40; audio 8 + 76 + 16
   EXPECT_EQ(Le32At(File(), 16), 68u + 124 + 100);
-  EXPECT_EQ(Find(File(), "INFO"), 20u + 68 + 124 + 100 + 8 - 4);
+  EXPECT_EQ(Find(File(), "INFO"), 20u + 68 + 124 + 100 + 8);
 }
 
 TEST_F(AviSetup, Positions_AreTraced) {
