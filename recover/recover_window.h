@@ -1,0 +1,33 @@
+// A part of the file in memory, moved along as it is read. A payload that is larger than the window enlarges it, so it
+// takes no more than the largest frame.
+#ifndef ZMV_RECOVER_WINDOW_H
+#define ZMV_RECOVER_WINDOW_H
+
+#include <cstdint>
+
+#include "base/host_memory.h"
+#include "recover/recover_file.h"
+
+namespace zmv::recover {
+
+class Window {
+ public:
+  explicit Window(File& file) : file_(file) {}
+
+  // `count` bytes of the file, valid until the next call; null when the file has no such bytes or cannot be read there,
+  // and then Error() tells which: 0 = beyond the end.
+  const uint8_t* At(uint64_t position, uint32_t count);
+  int32_t Error() const { return error_; }
+
+ private:
+  File& file_;
+  HostMemory<uint8_t> memory_;
+  uint32_t capacity_ = 0;
+  uint64_t start_ = 0;
+  uint32_t filled_ = 0;
+  int32_t error_ = 0;
+};
+
+}  // namespace zmv::recover
+
+#endif
