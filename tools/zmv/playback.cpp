@@ -10,13 +10,14 @@ namespace zmv::tool {
 namespace {
 
 constexpr size_t kFirstBuffer = size_t{256} << 10;
+constexpr const char* kReadableProjection = "circ";
 
 // Why a file has no description. The reader knows one form of projection metadata and refuses a file with another.
 ToolError NoDescription(const std::string& path, int32_t result) {
   if (static_cast<uint32_t>(result) == ZMV_E_FAIL) {
     StreamFile file(path);
     for (const TrackTables& tables : FindTables(file)) {
-      if (tables.projection.empty()) continue;
+      if (tables.projection.empty() || tables.projection == kReadableProjection) continue;
       return ToolError(fmt::format("{}: its video carries projection metadata (\"{}\") that this reader cannot open; "
                                    "other players can, and circ is what can be played back here",
                                    path, tables.projection),

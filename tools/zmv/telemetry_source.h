@@ -66,7 +66,7 @@ class TelemetrySource {
   uint64_t tried_ = 0;
   uint64_t frames_ = 0;
   uint64_t promised_ = 0;
-  Health health_;
+  Health health_ = Health::kComplete;
   std::string sentence_;
 };
 
