@@ -18,7 +18,9 @@ void Put32(Bytes& out, uint32_t value) {
   for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>(value >> shift));
 }
 
-void Code(Bytes& out, const char* text) { out.insert(out.end(), text, text + 4); }
+void Code(Bytes& out, const char* text) {
+  for (size_t i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(text[i]));
+}
 
 Bytes Box(const char* type, const Bytes& body) {
   Bytes box;
@@ -184,6 +186,17 @@ TEST_F(BoxScan, SizesThatAreTooSmall_EndTheWalk) {
   const FileMap map = Scan(bad);
   EXPECT_EQ(map.box_count, 1u);
   EXPECT_EQ(map.health, Health::kDamaged);
+}
+
+TEST_F(BoxScan, UserBoxesThatPassTheEnd_HoldWhatIsThere) {
+  Bytes file = Recording();
+  const auto positionOf = [&file](const char* tag) {
+    return static_cast<size_t>(std::search(file.begin(), file.end(), tag, tag + 4) - file.begin()) + 4;
+  };
+  file.resize(positionOf("AIDD") + 3);  // of its 4 bytes
+  EXPECT_FALSE(Scan(file).aidd);
+  file.resize(positionOf("GPSR") + 2 * 80 + 79);
+  EXPECT_EQ(Scan(file).gps_entries, 2u);
 }
 
 TEST_F(BoxScan, ManyBoxes_AreCountedButNotAllListed) {

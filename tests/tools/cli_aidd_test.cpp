@@ -55,11 +55,28 @@ TEST_F(CliAidd, Rewriting_ReportsBothValues) {
 
 TEST_F(CliAidd, ValuesThatAreNone_AreRefusedAndChangeNothing) {
   const Bytes before = ReadBytes(path_);
-  for (const char* value : {"4294967296", "0x100000000", "seven", "7x", "0x", "1.5"}) {
+  for (const char* value : {"4294967296", "0x100000000", "seven", "7x", "0x", "1.5", ""}) {
     EXPECT_EQ(Zmv(folder_, {"aidd", path_, value}).code, 2) << value;
   }
   EXPECT_EQ(Zmv(folder_, {"aidd", path_, "-1"}).code, 2);
   EXPECT_EQ(ReadBytes(path_), before);
+}
+
+TEST_F(CliAidd, FilesCutAtOrBeforeTheValue_DoNotGrow) {
+  const Bytes whole = ReadBytes(path_);
+  const char box[] = "AIDD";
+  const auto at = std::search(whole.begin(), whole.end(), box, box + 4);
+  ASSERT_NE(at, whole.end());
+  for (const std::ptrdiff_t left : {-100, 4, 7}) {
+    const Bytes cut(whole.begin(), at + left);
+    WriteBytes(path_, cut);
+    const CliResult result = Zmv(folder_, {"aidd", path_, "1"});
+    EXPECT_EQ(result.code, 4) << left;
+    EXPECT_THAT(result.err, HasSubstr("can be rebuilt"));
+    EXPECT_EQ(ReadBytes(path_), cut) << left;
+  }
+  WriteBytes(path_, Bytes(whole.begin(), at + 8));
+  EXPECT_EQ(Zmv(folder_, {"aidd", path_, "1"}).code, 0);
 }
 
 TEST_F(CliAidd, FilesWithoutTheBox_AreRefused) {

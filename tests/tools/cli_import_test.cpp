@@ -230,6 +230,43 @@ TEST_F(CliImport, Projection_IsCheckedAndItsLimitsAreTold) {
   EXPECT_EQ(Zmv(folder_, {"import", Sample("drive_aac.aac"), "-o", out_, "--force", "--projection", "circ"}).code, 2);
 }
 
+TEST_F(CliImport, CircularProjection_IsShownByInfo) {
+  ASSERT_EQ(Zmv(folder_, {"import", Sample("drive_h264.h264"), "-o", out_, "--projection", "circ"}).code, 0);
+  const json stream = Info(out_)["streams"][0];
+  EXPECT_EQ(stream["spherical"]["projection_mode"], 1);
+  EXPECT_EQ(stream["spherical"]["bounds"], (std::vector<int>{0, 0, 0}));
+  EXPECT_EQ(stream["frames"], 180);
+  EXPECT_THAT(Zmv(folder_, {"info", out_}).out, HasSubstr("spherical, projection mode 1 (circ)"));
+  // A copy keeps it, a flat picture has none.
+  ASSERT_EQ(Zmv(folder_, {"remux", out_, "-o", folder_ / "copy.mp4"}).code, 0);
+  EXPECT_EQ(Info(folder_ / "copy.mp4")["streams"][0]["spherical"], stream["spherical"]);
+  ASSERT_EQ(Zmv(folder_, {"import", Sample("drive_h264.h264"), "-o", out_, "--force"}).code, 0);
+  EXPECT_FALSE(Info(out_)["streams"][0].contains("spherical"));
+}
+
+TEST_F(CliImport, OtherProjections_AreNamedByWhatCannotOpenThem) {
+  for (const char* mode : {"equi", "7", "3"}) {
+    ASSERT_EQ(Zmv(folder_, {"import", Sample("drive_h264.h264"), "-o", out_, "--force", "--projection", mode}).code, 0);
+    for (const char* command : {"info", "frames"}) {
+      const CliResult result = Zmv(folder_, {command, out_});
+      EXPECT_EQ(result.code, 3) << mode;
+      EXPECT_THAT(result.err,
+                  HasSubstr("its video carries projection metadata (\"equi\") that this reader cannot open"));
+      EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+    }
+  }
+}
+
+TEST_F(CliImport, NumbersThatAreNone_AreUsageErrors) {
+  for (const char* option : {"--fps", "--split", "--gps-offset"}) {
+    for (const char* value : {"nan", "inf", "1e9", "x"}) {
+      EXPECT_EQ(Zmv(folder_, {"import", Sample("drive_h264.h264"), "-o", out_, option, value}).code, 2)
+          << option << " " << value;
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(out_));
+}
+
 TEST_F(CliImport, InputsThatCannotBeRead_Fail) {
   EXPECT_EQ(Zmv(folder_, {"import", folder_ / "none.h264", "-o", out_}).code, 1);
   WriteText(folder_ / "text.h264", "this is no video");

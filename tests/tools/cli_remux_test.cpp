@@ -149,6 +149,75 @@ TEST_F(CliRemux, MonoPcm_StaysWhatItWas) {
   EXPECT_EQ(Info(folder_, copy_)["recovery_boxes"][0]["code"], Info(folder_, path_)["recovery_boxes"][0]["code"]);
 }
 
+TEST_F(CliRemux, FramesThatCannotBeRead_AreLeftOutAndThoseBehindThemKeepTheirTimes) {
+  {
+    Console console;
+    RecorderOptions options;
+    options.path = path_;
+    Recorder recorder(options, SmallInfo("test"), {33333, kSmallAudioFrameUs, 1000000}, console);
+    for (int64_t i = 0; i < 30; ++i) {
+      recorder.Write(SmallPicture(i));
+      recorder.Write(SmallSound(i));
+    }
+    recorder.Finish();
+  }
+  Bytes file = ReadBytes(path_);
+  const char tag[] = "stco";
+  const auto video = std::search(file.begin(), file.end(), tag, tag + 4);
+  ASSERT_NE(video, file.end());
+  constexpr std::ptrdiff_t kFirstOffset = 12;
+  for (std::ptrdiff_t i = 10; i < 15; ++i) video[kFirstOffset + 4 * i] = 0x7F;  // behind the end of the file
+  WriteBytes(path_, file);
+  const CliResult result = Run();
+  EXPECT_EQ(result.code, 5);
+  EXPECT_THAT(result.err, HasSubstr("video 0: only 25 of 30 frames can be read"));
+  Playback copy(copy_);
+  EXPECT_EQ(copy.FrameCount(ZMV_MEDIA_VIDEO, 0), 25u);
+  EXPECT_EQ(copy.FrameCount(ZMV_MEDIA_AUDIO, 0), 30u);
+  ZMVFrame frame;
+  for (int64_t i = 0; i < 30; ++i) {
+    if (i >= 10 && i < 15) continue;
+    ASSERT_TRUE(copy.Read(ZMV_MEDIA_VIDEO, 0, frame));
+    EXPECT_EQ(frame.pData[5], SmallPicture(i).data[5]);
+    EXPECT_NEAR(static_cast<double>(frame.llTimeStamp), static_cast<double>(i) * 1000 / 30, 1.5) << i;
+  }
+}
+
+TEST_F(CliRemux, OutputsThatDoNotTakeEverything_FailWithTheirReason) {
+  WriteSmallRecording(path_, std::vector<Bytes>(20, PayloadOf(Somewhere())));
+  ASSERT_GT(std::filesystem::file_size(path_), 4096u);
+  const CliResult device = Zmv(folder_, {"remux", path_, "-o", "/dev/full", "--force"});
+  EXPECT_EQ(device.code, 1);
+  EXPECT_THAT(device.err, HasSubstr("not a plain file"));
+  EXPECT_THAT(Zmv(folder_, {"remux", path_, "-o", folder_ / "none" + "/copy.mp4"}).err, HasSubstr("No such file"));
+  // Room for 4 blocks of 512 bytes: the tables do not reach the file.
+  std::string said;
+  const std::string limited = "trap '' XFSZ; ulimit -f 4; " + Quoted(ZMV_TOOL_PATH) + " remux " + Quoted(path_);
+  EXPECT_EQ(Program(folder_, limited + " -o " + Quoted(copy_), said), 1);
+  EXPECT_THAT(said, HasSubstr("could not be finished: File too large"));
+}
+
+TEST_F(CliRemux, FailedWrites_AreNotCalledALimit) {
+  {
+    Console console;
+    RecorderOptions options;
+    options.path = path_;
+    Recorder recorder(options, SmallInfo("test", 0), {33333, kSmallAudioFrameUs}, console);
+    for (int64_t i = 0; i < 100; ++i) {
+      MediaFrame picture = SmallPicture(i);
+      picture.data.resize(50000, 0x55);
+      recorder.Write(picture);
+      recorder.Write(SmallSound(i));
+    }
+    recorder.Finish();
+  }
+  std::string said;
+  const std::string limited = "trap '' XFSZ; ulimit -f 1000; " + Quoted(ZMV_TOOL_PATH) + " remux " + Quoted(path_);
+  EXPECT_EQ(Program(folder_, limited + " -o " + Quoted(copy_), said), 1);
+  EXPECT_THAT(said, HasSubstr("File too large"));
+  EXPECT_THAT(said, testing::Not(HasSubstr("limit of the format")));
+}
+
 TEST_F(CliRemux, Refusals_LeaveFilesAlone) {
   WriteSmallRecording(path_, {PayloadOf(Somewhere())});
   WriteText(copy_, "precious");

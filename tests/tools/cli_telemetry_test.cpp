@@ -1,4 +1,6 @@
 // `zmv telemetry`: the four formats read back by parsers of their own, segments, what is left out, foreign layouts.
+#include "tests/tools/cli_telemetry.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -7,69 +9,12 @@
 #include <regex>
 #include <sstream>
 
-#include "tests/tools/cli.h"
-#include "tests/tools/small_recording.h"
 #include "tools/zmv/gps_file.h"
 
 namespace zmv::tool {
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
-
-constexpr int64_t kSecond = 1000000;
-constexpr int64_t kStart = 1717230600 * kSecond;  // 2024-06-01T08:30:00Z
-
-GpsPoint At(int64_t second) {
-  GpsPoint point;
-  point.utc_us = kStart + second * kSecond;
-  point.latitude = 48.2 + static_cast<double>(second) * 1.23456789e-4;
-  point.longitude = -16.3 - static_cast<double>(second) * 1.1e-4;
-  point.altitude = 170.5;
-  point.speed = 12.25;
-  point.course = 90.5;
-  point.hdop = 0.5f;
-  point.satellites = 9;
-  point.fix = GpsFix::k3d;
-  const int16_t sensors[] = {1, -2, 1000, 4, 5, -6};
-  std::copy(std::begin(sensors), std::end(sensors), point.sensors.begin());
-  return point;
-}
-
-std::vector<Bytes> Payloads(const std::vector<GpsPoint>& points) {
-  std::vector<Bytes> payloads;
-  for (const GpsPoint& point : points) payloads.push_back(PayloadOf(point));
-  return payloads;
-}
-
-class CliTelemetry : public testing::Test {
- protected:
-  void Record(const std::vector<int64_t>& seconds, const std::string& software = "F test") {
-    std::vector<GpsPoint> points;
-    for (const int64_t second : seconds) points.push_back(At(second));
-    WriteSmallRecording(path_, Payloads(points), software);
-  }
-
-  CliResult Run(const std::string& format, std::vector<std::string> more = {}) const {
-    std::vector<std::string> arguments = {"telemetry", path_, "--format", format};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return Zmv(folder_, arguments);
-  }
-
-  std::string Out(const std::string& format, std::vector<std::string> more = {}) const {
-    const CliResult result = Run(format, std::move(more));
-    EXPECT_EQ(result.code, 0) << result.err;
-    return result.out;
-  }
-
-  json Report(std::vector<std::string> more = {}) const {
-    more.insert(more.end(), {"-o", folder_ / "out", "--json", "--force"});
-    return json::parse(Out("csv", std::move(more)));
-  }
-
-  const TempFolder folder_;
-  const std::string path_ = folder_ / "drive.mp4";
-};
 
 TEST_F(CliTelemetry, Gpx_HasATimeOnEveryPointAndASegmentAfterAGap) {
   Record({0, 1, 2, 3, 10, 11, 12});
@@ -175,6 +120,7 @@ TEST_F(CliTelemetry, GapOption_ReplacesTheUsualRule) {
   EXPECT_EQ(Report()["segments"], 2);  // the usual interval is 2 s: 6 s are no gap yet, 8 s are
   EXPECT_EQ(Report({"--gap", "3"})["segments"], 3);
   EXPECT_EQ(Report({"--gap", "100"})["segments"], 1);
+  for (const char* gap : {"nan", "inf", "0", "-1", "soon"}) EXPECT_EQ(Run("csv", {"--gap", gap}).code, 2) << gap;
 }
 
 TEST_F(CliTelemetry, TimeThatGoesBack_BeginsASegment) {
@@ -225,39 +171,6 @@ TEST_F(CliTelemetry, TextFrames_SayTheSameAsBoxes) {
   Record({0, 1, 2, 9}, "test");
   EXPECT_EQ(Report()["source"], "text frames");
   EXPECT_EQ(Out("gpx"), boxes);
-}
-
-TEST_F(CliTelemetry, BoxesThatRanFull_GiveWayToTextFrames) {
-  ZMVFileInfo info = SmallInfo("F test");
-  info.dwDuration = 1;
-  info.m_Text[0].dwRate = 1;  // room for two entries
-  Console console;
-  RecorderOptions options;
-  options.path = path_;
-  Recorder recorder(options, info, {33333, kSmallAudioFrameUs, kSecond}, console);
-  recorder.Write(SmallPicture(0));
-  recorder.Write(SmallSound(0));
-  for (int64_t i = 0; i < 5; ++i) recorder.Write(SmallText(i * kSecond, PayloadOf(At(i))));
-  recorder.Finish();
-  EXPECT_EQ(json::parse(Zmv(folder_, {"info", path_, "--json"}).out)["user"]["gps_entries"], 2);
-  const json report = Report();
-  EXPECT_EQ(report["source"], "text frames");
-  EXPECT_EQ(report["points"], 5);
-}
-
-TEST_F(CliTelemetry, EntryOfAnEarlierRecording_IsNotTakenForADrive) {
-  Record({0, 1});
-  WriteSmallRecording(path_, {});
-  EXPECT_EQ(json::parse(Zmv(folder_, {"info", path_, "--json"}).out)["user"]["gps_entries"], 1);
-  EXPECT_EQ(Run("gpx").code, 1);
-}
-
-TEST_F(CliTelemetry, UnknownPayloads_AreLeftOutAndCounted) {
-  WriteSmallRecording(path_, {Bytes(92, 0x20), PayloadOf(At(1)), Bytes(10, 1)});
-  const CliResult result = Run("csv");
-  EXPECT_EQ(result.code, 0);
-  EXPECT_THAT(result.err, HasSubstr("2 samples are in another layout"));
-  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 2);
 }
 
 // Another producer: big-endian, calendar date, degrees in 1e-7, knots, a letter for a valid fix.
@@ -366,44 +279,38 @@ TEST_F(CliTelemetry, LayoutsThatCannotBe_AreRefusedWithTheirReason) {
     EXPECT_EQ(result.code, 1) << text;
     EXPECT_THAT(result.err, HasSubstr(reason)) << text;
   }
+  const std::pair<const char*, const char*> files[] = {
+      {".", "is a folder"}, {"none.json", "cannot be opened"}, {"zero", "too long"}};
+  for (const auto& [name, reason] : files) {
+    const std::string path = std::string(name) == "zero" ? "/dev/zero" : folder_ / name;
+    const CliResult result = Run("csv", {"--layout", path});
+    EXPECT_EQ(result.code, 1) << path;
+    EXPECT_THAT(result.err, HasSubstr(reason)) << path;
+  }
 }
 
-TEST_F(CliTelemetry, FilesWithoutPositions_HaveTheirExitCodes) {
-  WriteSmallRecording(path_, {PayloadOf(At(0))});
-  Bytes file = ReadBytes(path_);
-  const char tag[] = "mdat";
-  const auto at = std::search(file.begin(), file.end(), tag, tag + 4);
-  file.resize(static_cast<size_t>(at - file.begin()) + 100);
-  WriteBytes(folder_ / "cut.mp4", file);
-  EXPECT_EQ(Zmv(folder_, {"telemetry", folder_ / "cut.mp4", "--format", "gpx"}).code, 4);
-  WriteText(folder_ / "garbage", std::string(100, 'g'));
-  const std::string out = folder_ / "none.gpx";
-  EXPECT_EQ(Zmv(folder_, {"telemetry", folder_ / "garbage", "--format", "gpx", "-o", out}).code, 3);
-  EXPECT_FALSE(std::filesystem::exists(out));
-  EXPECT_EQ(Run("gpx", {"--track", "1"}).code, 1);
-}
-
-TEST_F(CliTelemetry, BoxThatPromisesMoreThanTheFileHas_EndsWithTheFile) {
-  Record({0, 1, 2});
-  EXPECT_EQ(Run("csv", {"--track", "1"}).code, 1);
-  Bytes file = ReadBytes(path_);
-  const char tag[] = "GPSR";
-  const auto at = std::search(file.begin(), file.end(), tag, tag + 4);
-  ASSERT_NE(at, file.end());
-  const uint8_t huge[] = {0xFF, 0xFF, 0xFF, 0xF0};
-  std::copy(std::begin(huge), std::end(huge), at - 4);
-  file.resize(static_cast<size_t>(at - file.begin()) + 4 + 2 * 80 + 40);  // two entries and a half
-  WriteBytes(path_, file);
-  EXPECT_EQ(Report()["points"], 2);
-}
-
-TEST_F(CliTelemetry, FilesCutBehindTheirBoxes_StillTellTheDrive) {
-  Record({0, 1, 2});
-  const std::string whole = Out("gpx");
-  Bytes file = ReadBytes(path_);
-  file.resize(file.size() - 20);  // the index is cut, the boxes stand before it
-  WriteBytes(path_, file);
-  EXPECT_EQ(Out("gpx"), whole);
+TEST_F(CliTelemetry, AnglesAtTheEndOfTheirRange_AreTheBeginningInGpx) {
+  std::vector<GpsPoint> points = {At(0), At(1), At(2), At(3)};
+  points[0].longitude = 180.0;
+  points[0].course = 360.0;
+  points[1].longitude = 179.99999999999;
+  points[1].course = -90.0;
+  points[2].longitude = -180.0;
+  points[2].course = 359.99999;
+  points[3].longitude = 179.5;
+  points[3].course = 725.5;
+  WriteSmallRecording(path_, Payloads(points));
+  pugi::xml_document document;
+  ASSERT_TRUE(document.load_string(Out("gpx").c_str()));
+  std::vector<double> longitudes;
+  std::vector<double> courses;
+  for (const pugi::xml_node& node : document.child("gpx").child("trk").child("trkseg").children("trkpt")) {
+    longitudes.push_back(node.attribute("lon").as_double());
+    const pugi::xml_node extension = node.child("extensions").child("gpxtpx:TrackPointExtension");
+    courses.push_back(extension.child("gpxtpx:course").text().as_double());
+  }
+  EXPECT_EQ(longitudes, (std::vector<double>{-180, -180, -180, 179.5}));
+  EXPECT_EQ(courses, (std::vector<double>{0, 270, 0, 5.5}));
 }
 
 TEST_F(CliTelemetry, Output_IsOverwrittenOnlyWhenForced) {

@@ -148,15 +148,15 @@ TEST(Gpx, PrefixedElementsAndGpx10Fields_AreKnown) {
 }
 
 TEST(Gpx, MalformedPoints_AreCountedAndLeftOut) {
-  const GpsTrack track =
-      ParseGpx(std::string(kGpxHead) +
-                   "<trkseg><trkpt lat=\"1\" lon=\"2\"/>"                                  // no time
-                   "<trkpt lat=\"x\" lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"  // no number
-                   "<trkpt lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"            // no latitude
-                   "<trkpt lat=\"1\" lon=\"2\"><time>2024-06-01T08:30:00Z</time><ele>?</ele></trkpt>"
-                   "<trkpt lat=\"1\" lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"
-                   "</trkseg></trk></gpx>",
-               "test.gpx");
+  std::string text = kGpxHead;
+  text +=
+      "<trkseg><trkpt lat=\"1\" lon=\"2\"/>"                                  // no time
+      "<trkpt lat=\"x\" lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"  // no number
+      "<trkpt lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"            // no latitude
+      "<trkpt lat=\"1\" lon=\"2\"><time>2024-06-01T08:30:00Z</time><ele>?</ele></trkpt>"
+      "<trkpt lat=\"1\" lon=\"2\"><time>2024-06-01T08:30:00Z</time></trkpt>"
+      "</trkseg></trk></gpx>";
+  const GpsTrack track = ParseGpx(text, "test.gpx");
   EXPECT_EQ(track.points.size(), 1u);
   EXPECT_EQ(track.malformed, 4u);
 }

@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "tools/zmv/box_scan.h"
@@ -27,7 +28,7 @@ uint32_t ParseValue(const std::string& text) {
   uint32_t value = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, hex ? 16 : 10);
   if (error != std::errc() || end != digits.data() + digits.size()) {
-    throw ToolError(fmt::format("{}: is not a value from 0 to 4294967295 (0xFFFFFFFF)", text), kExitUsage);
+    throw ToolError(fmt::format("\"{}\" is not a value from 0 to 4294967295 (0xFFFFFFFF)", text), kExitUsage);
   }
   return value;
 }
@@ -67,11 +68,14 @@ void RewriteAidd(const std::string& path, uint64_t position, uint32_t value) {
 
 namespace {
 
-void RunAidd(const std::string& path, const std::string& text, Session& session) {
-  const bool rewrite = !text.empty();
-  const uint32_t value = rewrite ? ParseValue(text) : 0;
+void RunAidd(const std::string& path, const std::optional<std::string>& text, Session& session) {
+  const bool rewrite = text.has_value();
+  const uint32_t value = rewrite ? ParseValue(*text) : 0;
   const FileMap map = ScanFile(path);
   if (map.health == Health::kNotRecording) throw ToolError(path + ": " + map.sentence, kExitNotRecording);
+  if (!map.aidd && map.health != Health::kComplete) {
+    throw ToolError(fmt::format("{}: has no AIDD box; {}", path, map.sentence), ExitCodeOf(map.health));
+  }
   if (!map.aidd) {
     throw ToolError(path +
                     ": has no AIDD box; recordings have one when their software text begins with F and they "
@@ -94,7 +98,7 @@ void RunAidd(const std::string& path, const std::string& text, Session& session)
 
 void AddAidd(CLI::App& app, Session& session) {
   auto path = std::make_shared<std::string>();
-  auto value = std::make_shared<std::string>();
+  auto value = std::make_shared<std::optional<std::string>>();
   CLI::App* command =
       AddCommand(app, session, "aidd",
                  "Shows or rewrites a recording's AIDD value.\n\n"

@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+
 #include "mp4/zmv_mp4_format.h"
 #include "tools/zmv/stream_file.h"
 
@@ -70,12 +72,16 @@ class Scan {
       map_.fragmented = true;
       lost_ = lost_ || overrun;
     } else {
-      TakeUserBox(box, body);
+      TakeUserBox(box);
       lost_ = lost_ || overrun;
     }
   }
 
-  void TakeUserBox(const BoxHeader& box, uint64_t body) {
+  // As far as the file has them: a value beyond its end would grow the file when it is rewritten.
+  void TakeUserBox(const BoxHeader& box) {
+    const uint64_t start = box.position + box.header;
+    const uint64_t end = std::min(box.size, map_.size - box.position) + box.position;
+    const uint64_t body = end > start ? end - start : 0;
     if (box.type == "GPSR") map_.gps_entries = static_cast<uint32_t>(body / mp4::kGpsEntrySize);
     if (box.type == "SENS") map_.sensor_entries = static_cast<uint32_t>(body / mp4::kSensorBlockSize);
     if (box.type == "AIDD" && body >= sizeof(uint32_t)) map_.aidd = UserValue{file_.U32(), box.position + box.header};

@@ -37,6 +37,15 @@ CLI::App* AddCommand(CLI::App& app, Session& session, const std::string& name, c
   return command;
 }
 
+CLI::Validator NumberFrom(double least, double most) {
+  const auto check = [least, most](const std::string& text) {
+    double number = 0;
+    const bool within = CLI::detail::lexical_cast(text, number) && number >= least && number <= most;
+    return within ? std::string() : fmt::format("{} is no number from {} to {}", text, least, most);
+  };
+  return CLI::Validator(check, fmt::format("{} to {}", least, most));
+}
+
 int RunCommandLine(int argc, char** argv) {
   // Sub-commands put trouble into words themselves; ZMV_TRACE shows the library's own account of it.
   if (std::getenv("ZMV_TRACE") == nullptr) ZMVHost_SetTraceSink(0, nullptr, nullptr);

@@ -22,6 +22,9 @@ struct Session {
 CLI::App* AddCommand(CLI::App& app, Session& session, const std::string& name, const std::string& summary,
                      const std::string& example);
 
+// Accepts numbers from `least` to `most`, and what is no number at all ("nan") no more than text.
+CLI::Validator NumberFrom(double least, double most);
+
 void AddImport(CLI::App& app, Session& session);
 void AddInfo(CLI::App& app, Session& session);
 void AddFrames(CLI::App& app, Session& session);

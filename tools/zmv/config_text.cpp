@@ -32,6 +32,7 @@ constexpr NameRow kHevcProfiles[] = {{1, "Main"}, {2, "Main 10"}, {3, "Main Stil
 constexpr NameRow kAacTypes[] = {{1, "Main"}, {2, "LC"}, {3, "SSR"}, {4, "LTP"}, {5, "HE"}, {29, "HE v2"}};
 
 constexpr size_t kAvcProfileBytes = 4;
+constexpr const char* kUnknown = "unknown";
 constexpr uint8_t kConstrained = 0x40;
 constexpr uint8_t kAvcSps = 7;
 constexpr uint32_t kHevcLevelUnit = 30;
@@ -86,7 +87,7 @@ CodecText DescribeVideo(const ZMVVideoInfo& video) {
   CodecText text;
   const std::optional<VideoCodec> codec = CodecOf(video.dwFourCC);
   if (!codec) {
-    text.name = CodeText(video.dwFourCC);
+    text.name = video.dwFourCC == 0 ? kUnknown : CodeText(video.dwFourCC);
     return text;
   }
   text.name = *codec == VideoCodec::kH264 ? "H.264" : "HEVC";
@@ -122,7 +123,7 @@ CodecText DescribeAudio(const ZMVAudioInfo& audio) {
       text.name = "mu-law";
       break;
     default:
-      text.name = fmt::format("0x{:X}", audio.dwFormat);
+      text.name = audio.dwFormat == 0 ? kUnknown : fmt::format("0x{:X}", audio.dwFormat);
       break;
   }
   if (extra > 0) text.sets.push_back({"config", HexText(ByteView(audio.abExtraData, extra))});

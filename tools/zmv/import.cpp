@@ -245,7 +245,7 @@ constexpr const char* kSummary =
 
 void AddTrackOptions(CLI::App& command, ImportArguments& arguments) {
   command.add_option("--fps", arguments.frame_rate, "Frames a second of video without time stamps")
-      ->check(CLI::Range(0.01, 1000.0));
+      ->check(NumberFrom(0.01, 1000));
   command.add_flag("--allow-slices", arguments.allow_slices, "Store pictures of several slices, which players misread");
   command.add_flag("--no-video", arguments.no_video, "Leave out video");
   command.add_flag("--no-audio", arguments.no_audio, "Leave out audio");
@@ -255,7 +255,7 @@ void AddTrackOptions(CLI::App& command, ImportArguments& arguments) {
                      "Positions for a text track: a .gpx or .csv file, whose first point is at the start");
   command
       .add_option("--gps-offset", arguments.gps_offset, "Seconds from the start to the first point (may be negative)")
-      ->check(CLI::Range(-1e6, 1e6));
+      ->check(NumberFrom(-1e6, 1e6));
 }
 
 }  // namespace
@@ -271,7 +271,7 @@ void AddImport(CLI::App& app, Session& session) {
   command
       ->add_option("--split", arguments->split,
                    "Go on in OUT_0002.mp4, OUT_0003.mp4 ... at the first key frame after each SECONDS")
-      ->check(CLI::Range(0.1, 1e6));
+      ->check(NumberFrom(0.1, 1e6));
   command->add_flag("-f,--force", arguments->force, "Overwrite existing files");
   command->callback([arguments, &session] { Import(*arguments, session).Run(); });
 }

@@ -4,11 +4,28 @@
 
 #include "base/zmv_result.h"
 #include "tools/zmv/tool_error.h"
+#include "tools/zmv/track_tables.h"
 
 namespace zmv::tool {
 namespace {
 
 constexpr size_t kFirstBuffer = size_t{256} << 10;
+constexpr const char* kReadableProjection = "circ";
+
+// Why a file has no description. The reader knows one form of projection metadata and refuses a file with another.
+ToolError NoDescription(const std::string& path, int32_t result) {
+  if (static_cast<uint32_t>(result) == ZMV_E_FAIL) {
+    StreamFile file(path);
+    for (const TrackTables& tables : FindTables(file)) {
+      if (tables.projection.empty() || tables.projection == kReadableProjection) continue;
+      return ToolError(fmt::format("{}: its video carries projection metadata (\"{}\") that this reader cannot open; "
+                                   "other players can, and circ is what can be played back here",
+                                   path, tables.projection),
+                       kExitNotRecording);
+    }
+  }
+  return LibraryError(path, "its description cannot be read", result, kExitDamaged);
+}
 
 }  // namespace
 
@@ -29,7 +46,7 @@ Playback::Playback(const std::string& path) : path_(path), buffer_(kFirstBuffer)
   result = ZMVReaderGetInfo(reader_, &info_);
   if (result < 0) {
     ZMVReaderClose(reader_);
-    throw LibraryError(path_, "its description cannot be read", result, kExitDamaged);
+    throw NoDescription(path_, result);
   }
 }
 
@@ -47,6 +64,15 @@ uint32_t Playback::FrameCount(uint32_t media, uint32_t track) const {
 }
 
 bool Playback::Read(uint32_t media, uint32_t track, ZMVFrame& frame) {
+  const Found found = TryRead(media, track, frame);
+  if (found == Found::kLost) {
+    throw LibraryError(path_, fmt::format("{} {}: a frame cannot be read", MediaName(media), track), last_result_,
+                       kExitDamaged);
+  }
+  return found == Found::kFrame;
+}
+
+Playback::Found Playback::TryRead(uint32_t media, uint32_t track, ZMVFrame& frame) {
   while (true) {
     frame = ZMVFrame{};
     frame.dwMediaType = media;
@@ -55,16 +81,13 @@ bool Playback::Read(uint32_t media, uint32_t track, ZMVFrame& frame) {
     frame.dwBufSize = static_cast<uint32_t>(buffer_.size());
     const int32_t result = ZMVReaderReadFrame(reader_, &frame);
     const auto code = static_cast<uint32_t>(result);
-    if (code == ZMV_E_END) return false;
+    if (code == ZMV_E_END) return Found::kEnd;
     if ((code == ZMV_E_MP4_BUFFER || code == ZMV_E_AVI_BUFFER) && frame.dwBufSize > buffer_.size()) {
       buffer_.resize(frame.dwBufSize);
       continue;
     }
-    if (result < 0) {
-      throw LibraryError(path_, fmt::format("{} {}: a frame cannot be read", MediaName(media), track), result,
-                         kExitDamaged);
-    }
-    return true;
+    last_result_ = result;
+    return result < 0 ? Found::kLost : Found::kFrame;
   }
 }
 

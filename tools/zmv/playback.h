@@ -18,6 +18,7 @@ class Playback {
   Playback(const Playback&) = delete;
   Playback& operator=(const Playback&) = delete;
 
+  const std::string& path() const { return path_; }
   const ZMVFileInfo& info() const { return info_; }
   uint32_t TrackCount(uint32_t media) const;
   // Frames that the file's tables promise for a track.
@@ -25,6 +26,9 @@ class Playback {
 
   // The next frame of a track, its payload valid until the next call; false after the last, or where the file ends.
   bool Read(uint32_t media, uint32_t track, ZMVFrame& frame);
+  // The same for those who go on behind a frame that cannot be read.
+  enum class Found { kFrame, kLost, kEnd };
+  Found TryRead(uint32_t media, uint32_t track, ZMVFrame& frame);
   static ByteView Payload(const ZMVFrame& frame) { return ByteView(frame.pData, frame.dwSize); }
 
  private:
@@ -32,6 +36,7 @@ class Playback {
   ZMVReader* reader_ = nullptr;
   ZMVFileInfo info_{};
   Bytes buffer_;
+  int32_t last_result_ = 0;
 };
 
 const char* MediaName(uint32_t media);

@@ -3,9 +3,12 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "base/zmv_result.h"
+#include "tools/zmv/box_scan.h"
 #include "tools/zmv/gps_point.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/tool_error.h"
@@ -51,13 +54,19 @@ void Recorder::OpenFile() {
   const std::string path = NumberedPath(options_.path, static_cast<unsigned>(files_.size()) + 1);
   if (path.size() > kMaxPath) throw ToolError(fmt::format("{}: a path has at most {} bytes", path, kMaxPath));
   RequireWritable(path, options_.force);
+  std::error_code ignored;
+  if (std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored)) {
+    throw ToolError(path + ": is not a plain file, and a recording is not written in one go");
+  }
   ZMVWriterParam param{};
   param.dwFormat = ZMV_FORMAT_MP4;
   param.pszPath = path.c_str();
   param.bInterleave = 1;
   param.llExpire = options_.expected_ms;
   param.dwMaxFileSize = options_.max_size;
+  errno = 0;
   int32_t result = ZMVWriterOpen(&writer_, &param);
+  if (result < 0 && errno != 0) throw ToolError(path + ": cannot be written: " + std::strerror(errno));
   if (result < 0) throw LibraryError(path, "cannot be written", result);
   result = ZMVWriterSetInfo(writer_, &info_, 0);
   if (result < 0) throw LibraryError(path, "its streams cannot be set up", result);
@@ -71,8 +80,16 @@ void Recorder::OpenFile() {
 void Recorder::Finish() {
   if (writer_ == nullptr) return;
   console_.EndProgress();
+  errno = 0;
   ZMVWriterClose(writer_);
+  const int reason = errno;
   writer_ = nullptr;
+  // Closing does not tell whether the tables reached the file, the file does.
+  const std::string& path = files_.back().path;
+  const FileMap written = ScanFile(path);
+  if (written.health == Health::kComplete) return;
+  throw ToolError(fmt::format("{}: could not be finished{}{}; {}", path, reason != 0 ? ": " : "",
+                              reason != 0 ? std::strerror(reason) : "", written.sentence));
 }
 
 // Files begin with a key frame of the first video, or anywhere without video.
@@ -99,7 +116,9 @@ int32_t Recorder::Hand(Track& track, size_t index, const MediaFrame& source, int
   // A refused frame must not move the clock: it is offered again to the next file, or never.
   DurationClock clock = track.clock;
   frame.dwDuration = clock.Next(us);
+  errno = 0;
   const int32_t result = ZMVWriterWrite(writer_, &frame);
+  write_errno_ = errno;
   if (result < 0) return result;
   track.clock = clock;
   RecordedFile& file = files_.back();
@@ -145,6 +164,12 @@ bool Recorder::Write(const MediaFrame& frame) {
   const bool due = options_.split_us > 0 && frame.time_us - file_start_us_ >= options_.split_us && StartsFile(frame);
   if (waiting_ || due) NextFile(frame);
   int32_t result = Put(frame);
+  // A limit and a failed write have the same result; only the latter asked the system.
+  if (static_cast<uint32_t>(result) == ZMV_E_WRITE && write_errno_ != 0) {
+    const std::string reason = std::strerror(write_errno_);
+    Finish();
+    throw ToolError(fmt::format("{}: recording ends early: {}", files_.back().path, reason));
+  }
   if (static_cast<uint32_t>(result) == ZMV_E_WRITE) {
     const bool anything = std::any_of(files_.back().tracks.begin(), files_.back().tracks.end(),
                                       [](const RecordedTrack& track) { return track.frames > 0; });

@@ -48,9 +48,10 @@ class Recorder {
   Recorder& operator=(const Recorder&) = delete;
 
   // Frames in the order of time, `stream` being the track within the medium. False when the limit ends the recording:
-  // the file is finished and the frame is not in it.
+  // the file is finished and the frame is not in it. ToolError when it cannot be written.
   bool Write(const MediaFrame& frame);
-  // Finishes the last file. Called without it (an error), the destructor does the same.
+  // Finishes the last file; ToolError when it is not whole then. Called without it (an error), the destructor does the
+  // same and says nothing.
   void Finish();
 
   const std::vector<RecordedFile>& files() const { return files_; }
@@ -85,6 +86,7 @@ class Recorder {
   int64_t file_start_us_ = 0;
   bool waiting_ = false;  // a full file was closed; the next begins at a key frame
   uint64_t left_out_ = 0;
+  int write_errno_ = 0;  // what the system said during the last write
   Bytes scratch_;
 };
 

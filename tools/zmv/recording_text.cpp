@@ -100,6 +100,7 @@ std::string RecordingText(const Json& info) {
   out += fmt::format("  {} ({}), {} bytes, {}\n", Text(info["container"]), Text(info["brand"]),
                      Grouped(info["size"].get<uint64_t>()), Clock(info["duration_ms"]));
   out += fmt::format("  {}\n", Text(info["health"]["message"]));
+  if (info["fragmented"].get<bool>()) out += "  frames in fragments; counts and rates cover those of the index only\n";
   if (info["rebuilt"].get<bool>()) out += "  rebuilt from a cut recording\n";
   if (info["build"].is_string()) out += fmt::format("  written by a library of {}\n", Text(info["build"]));
   AppendStreams(info, out);

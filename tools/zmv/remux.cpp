@@ -16,6 +16,7 @@
 #include "tools/zmv/recorder.h"
 #include "tools/zmv/recording_report.h"
 #include "tools/zmv/stream_file.h"
+#include "tools/zmv/track_tables.h"
 
 namespace zmv::tool {
 namespace {
@@ -43,8 +44,14 @@ class TrackSource : public MediaSource {
     description.media = media;
     description.label = fmt::format("{} {}", MediaName(media), track);
     streams_.push_back(description);
-    has_ahead_ = Take(ahead_);
   }
+
+  // Other programs put comments and delimiters into their samples beside the picture, and pictures of several units.
+  void KeepPicturesOnly(VideoCodec codec, ByteView parameter_sets) {
+    filter_.emplace(codec);
+    filter_->Learn(parameter_sets);
+  }
+  void Start() { has_ahead_ = Take(ahead_); }
 
   const std::vector<StreamDescription>& streams() const override { return streams_; }
   int64_t duration_us() const override { return int64_t{playback_.info().dwDuration} * kMillisecondUs; }
@@ -65,13 +72,31 @@ class TrackSource : public MediaSource {
   size_t first_size() const { return has_ahead_ ? ahead_.data.size() : 0; }
 
  private:
+  // Frames that cannot be read are passed over: those behind them keep their times.
   bool Take(MediaFrame& out) {
-    ZMVFrame frame;
-    if (!playback_.Read(media(), track_, frame)) return false;
-    ++taken_;
+    while (tried_ < promised()) {
+      ZMVFrame frame;
+      const Playback::Found found = playback_.TryRead(media(), track_, frame);
+      if (found == Playback::Found::kEnd) return false;
+      ++tried_;
+      if (found == Playback::Found::kLost) continue;
+      ++taken_;
+      out = {media(), 0, TimeOf(frame), frame.dwKeyFrame == ZMV_KEY_FRAME, PayloadOf(frame)};
+      if (!out.data.empty() || !filter_) return true;
+    }
+    return false;
+  }
+
+  Bytes PayloadOf(const ZMVFrame& frame) {
     const ByteView payload = Playback::Payload(frame);
-    out = {media(), 0, TimeOf(frame), frame.dwKeyFrame == ZMV_KEY_FRAME, Bytes(payload.begin(), payload.end())};
-    return true;
+    if (!filter_) return Bytes(payload.begin(), payload.end());
+    PictureFilter::Picture picture = filter_->Take(payload);
+    if (picture.slices > 1 || picture.new_parameters) {
+      throw ToolError(fmt::format("{}: {} {}: picture {} {}", playback_.path(), MediaName(media()), track_, tried_ - 1,
+                                  picture.slices > 1 ? "consists of several slices, which players would misread"
+                                                     : "brings parameter sets of its own, which would be lost"));
+    }
+    return std::move(picture.payload);
   }
 
   // Milliseconds are cut. Video also has microseconds, in single precision and up to 71 minutes, which are used to fill
@@ -90,7 +115,9 @@ class TrackSource : public MediaSource {
   uint32_t track_;
   std::vector<StreamDescription> streams_;
   MediaFrame ahead_;
+  std::optional<PictureFilter> filter_;
   bool has_ahead_ = false;
+  uint64_t tried_ = 0;
   uint64_t taken_ = 0;
 };
 
@@ -106,6 +133,7 @@ class Remux {
     RequireWritable(arguments_.output, arguments_.force);
     map_ = ScanReadable(arguments_.input);
     playback_ = std::make_unique<Playback>(arguments_.input);
+    RequireCopyable();
     OpenTracks();
     const ImportPlan plan = Plan();
     RecorderOptions options;
@@ -120,11 +148,38 @@ class Remux {
   }
 
  private:
+  // What the reader delivers of these forms would make a recording that looks sound and is not.
+  void RequireCopyable() const {
+    constexpr const char* kAdvice = "`zmv import` records such files";
+    if (map_.fragmented) {
+      throw ToolError(fmt::format("{}: its frames stand in fragments; {}", arguments_.input, kAdvice));
+    }
+    StreamFile file(arguments_.input);
+    const std::vector<TrackTables> tables = FindTables(file);
+    for (uint32_t track = 0; track < playback_->TrackCount(ZMV_MEDIA_VIDEO); ++track) {
+      const TrackTables* video = TableOf(tables, ZMV_MEDIA_VIDEO, track);
+      if (video == nullptr || !video->reordered) continue;
+      throw ToolError(
+          fmt::format("{}: video {}: its pictures are not shown in the order in which they are stored (B "
+                      "frames), and recordings keep no display order",
+                      arguments_.input, track));
+    }
+    const uint32_t format = playback_->info().m_Audio.dwFormat;
+    const TrackTables* audio = TableOf(tables, ZMV_MEDIA_AUDIO, 0);
+    if (audio != nullptr && audio->samples > audio->chunks && (format == ZMV_AUDIO_AAC || format == ZMV_AUDIO_MPEG)) {
+      throw ToolError(
+          fmt::format("{}: audio 0: its frames stand together in chunks, from which they cannot be told "
+                      "apart; {}",
+                      arguments_.input, kAdvice));
+    }
+  }
+
   void OpenTracks() {
     for (const uint32_t media : {ZMV_MEDIA_VIDEO, ZMV_MEDIA_AUDIO, ZMV_MEDIA_TEXT}) {
       for (uint32_t track = 0; track < playback_->TrackCount(media); ++track) {
         auto source = std::make_unique<TrackSource>(*playback_, media, track);
         if (media == ZMV_MEDIA_VIDEO) DescribeVideo(*source);
+        source->Start();
         if (media == ZMV_MEDIA_AUDIO) DescribeAudio(*source);
         sources_.push_back(std::move(source));
       }
@@ -147,8 +202,13 @@ class Remux {
     description.video = playback_->info().m_Video[source.track()];
     ZMVVideoInfo& video = description.video;
     const std::optional<VideoCodec> codec = CodecOf(video.dwFourCC);
-    if (!codec) Refuse(source, CodeText(video.dwFourCC) + " video cannot be recorded");
+    if (!codec) Refuse(source, fmt::format("codec {} cannot be recorded", tool::DescribeVideo(video).name));
     video.dwFourCC = *codec == VideoCodec::kH264 ? ZMV_FOURCC('H', '2', '6', '4') : ZMV_FOURCC('H', '2', '6', '5');
+    // A recording of this library has its frames' records, and its payloads are copied byte for byte.
+    if (map_.front.empty()) {
+      source.KeepPicturesOnly(
+          *codec, ByteView(video.abExtraData, std::min<size_t>(video.dwExtraDataSize, sizeof(video.abExtraData))));
+    }
     description.nominal_us = NominalUs(video.dwDuration, video.dwFrames, kUsual);
     // The reader's rate comes from whole milliseconds a frame.
     if (video.dwDuration > 0) {
@@ -166,7 +226,7 @@ class Remux {
     if (audio.dwFormat == ZMV_AUDIO_PCM || audio.dwFormat == ZMV_AUDIO_PCM_LE) {
       DescribePcm(source, audio);
     } else if (audio.dwFormat != ZMV_AUDIO_AAC && audio.dwFormat != ZMV_AUDIO_MPEG) {
-      Refuse(source, fmt::format("format 0x{:X} cannot be recorded", audio.dwFormat));
+      Refuse(source, fmt::format("codec {} cannot be recorded", tool::DescribeAudio(audio).name));
     }
   }
 
@@ -213,7 +273,9 @@ class Remux {
     uint64_t promised = 0;
     for (const auto& source : sources_) promised += static_cast<const TrackSource&>(*source).promised();
     while (merger.Next(frame)) {
-      if (!recorder.Write(frame)) throw ToolError(arguments_.output + ": the size limit of the format is reached");
+      if (!recorder.Write(frame)) {
+        throw ToolError(arguments_.output + ": the size limit of the format ended the recording");
+      }
       ++written;
       session_.console.Progress("recording", Part(written, promised));
     }

@@ -80,8 +80,11 @@ class Telemetry {
     WarnOf(report.invalid, "samples without a sound fix are left out");
     WarnOf(report.untimed, "positions without a time are left out; --start gives the time of the recording's start");
     WarnOf(report.foreign, "samples are in another layout and left out; --layout describes it");
-    WarnOf(report.missing, "text frames are missing");
-    if (report.missing > 0) session_.exit_code = kExitDamaged;
+    WarnOf(report.missing, report.from_boxes ? "entries of its boxes are missing" : "text frames are missing");
+    session_.exit_code = report.missing > 0 ? kExitDamaged : ExitCodeOf(report.health);
+    if (report.health != Health::kComplete) {
+      session_.console.Warning(arguments_.file + ": " + report.sentence);
+    }
     if (!session_.json) return;
     const Json json = {{"file", arguments_.output},
                        {"format", arguments_.format},
@@ -91,7 +94,8 @@ class Telemetry {
                        {"left_out_no_fix", report.invalid},
                        {"left_out_no_time", report.untimed},
                        {"left_out_layout", report.foreign},
-                       {"missing_frames", report.missing}};
+                       {"missing_frames", report.missing},
+                       {"state", HealthName(report.health)}};
     fmt::print("{}\n", JsonText(json));
   }
 
@@ -112,7 +116,8 @@ void AddTelemetry(CLI::App& app, Session& session) {
       AddCommand(app, session, "telemetry",
                  "Writes the positions of a recording for maps and tables.\n\n"
                  "A new segment begins where positions pause for more than three times their usual interval and more "
-                 "than a second, and where time goes back. Samples without a sound fix are left out and counted.",
+                 "than a second, and where time goes back. Samples without a sound fix are left out and counted. Exit "
+                 "code 4: the recording is cut, its whole text frames are written; 5: samples are missing.",
                  "  zmv telemetry drive.mp4 --format gpx -o drive.gpx\n  zmv telemetry drive.mp4 --format csv");
   command->add_option("FILE", arguments->file, "The recording")->required();
   command->add_option("--format", arguments->format, "gpx, csv, geojson or kml")
@@ -122,7 +127,7 @@ void AddTelemetry(CLI::App& app, Session& session) {
   command->add_option("--layout", arguments->layout, "A JSON file that describes another producer's blocks");
   command->add_option("--start", arguments->start, "UTC of the recording's start, for positions without a time");
   command->add_option("--gap", arguments->gap, "A new segment after so many SECONDS instead")
-      ->check(CLI::Range(0.001, 1e6));
+      ->check(NumberFrom(0.001, 1e6));
   command->add_option("--track", arguments->track, "Which text track, counted from 0")->check(CLI::Range(0, 1));
   command->add_flag("-f,--force", arguments->force, "Overwrite an existing file");
   command->callback([arguments, &session] { Telemetry(*arguments, session).Run(); });

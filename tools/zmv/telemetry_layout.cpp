@@ -7,8 +7,8 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -114,9 +114,16 @@ class TelemetryLayout::Parser {
 };
 
 TelemetryLayout TelemetryLayout::Load(const std::string& path) {
+  constexpr std::streamsize kMostBytes = 1 << 20;
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) throw ToolError(path + ": is a folder");
   std::ifstream in(path, std::ios::binary);
   if (!in) throw ToolError(path + ": cannot be opened");
-  return Parse(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()), path);
+  std::string text(kMostBytes, '\0');
+  in.read(text.data(), kMostBytes);
+  if (in) throw ToolError(path + ": is too long for the description of a layout");
+  text.resize(static_cast<size_t>(in.gcount()));
+  return Parse(text, path);
 }
 
 TelemetryLayout TelemetryLayout::Parse(const std::string& text, const std::string& name) {

@@ -25,12 +25,15 @@ uint64_t BodyOf(const FileMap& map, const char* type) {
 TelemetrySource::TelemetrySource(const TelemetryPlace& place) : place_(place) {
   const FileMap map = ScanFile(place.path);
   if (map.health == Health::kNotRecording) throw ToolError(place.path + ": " + map.sentence, kExitNotRecording);
+  health_ = map.health;
+  sentence_ = map.sentence;
   if (map.indexed) playback_ = std::make_unique<Playback>(place.path);
   const uint32_t tracks = playback_ ? playback_->TrackCount(ZMV_MEDIA_TEXT) : 0;
   promised_ = tracks > 0 ? playback_->FrameCount(ZMV_MEDIA_TEXT, place.track) : 0;
   // With a second text track the entries of both are mixed. A single entry without a text frame is left from an earlier
   // recording.
   const bool left_over = map.indexed && promised_ == 0 && map.gps_entries == 1u;
+  if (!map.indexed) OpenCut(map);
   if (tracks <= 1 && place.track == 0 && !left_over) ChooseBoxes(map, promised_);
   if (promised_ == 0) playback_ = nullptr;
   if (reads_boxes() || promised_ > 0) return;
@@ -40,9 +43,18 @@ TelemetrySource::TelemetrySource(const TelemetryPlace& place) : place_(place) {
                       : fmt::format("{}: has no text track {}", place.path, place.track));
 }
 
+// The text frames of a cut recording are preferred to as many entries of its boxes: they have their times.
+void TelemetrySource::OpenCut(const FileMap& map) {
+  RecordWalk ahead(place_.path, map, place_.track);
+  FoundText text;
+  while (ahead.Next(text)) ++promised_;
+  if (promised_ > 0) records_ = std::make_unique<RecordWalk>(place_.path, map, place_.track);
+}
+
 void TelemetrySource::ChooseBoxes(const FileMap& map, uint64_t frames) {
-  if (map.gps_entries.value_or(0) == 0 || *map.gps_entries < frames) return;
-  gps_entries_ = *map.gps_entries;
+  const bool tie = map.gps_entries == frames && records_ != nullptr;
+  if (tie || map.gps_entries.value_or(0) == 0 || *map.gps_entries < frames) return;
+  gps_entries_ = playback_ != nullptr && frames > 0 ? frames : *map.gps_entries;
   gps_position_ = BodyOf(map, "GPSR");
   gps_file_ = std::make_unique<StreamFile>(place_.path);
   gps_file_->Seek(gps_position_);
@@ -83,22 +95,37 @@ bool TelemetrySource::NextEntry(std::optional<GpsPoint>& point) {
   return true;
 }
 
-bool TelemetrySource::NextFrame(TelemetrySample& sample) {
-  ZMVFrame frame;
-  if (frames_ >= promised_ || !playback_->Read(ZMV_MEDIA_TEXT, place_.track, frame)) return false;
+TelemetrySource::Step TelemetrySource::NextFrame(TelemetrySample& sample) {
+  if (tried_ >= promised_) return Step::kEnd;
+  ++tried_;
+  if (records_ != nullptr) {
+    FoundText text;
+    if (!records_->Next(text)) return Step::kEnd;
+    sample.time_ms = text.time_ms;
+    sample.point = UnpackFrame(text.payload);
+  } else {
+    ZMVFrame frame;
+    const Playback::Found found = playback_->TryRead(ZMV_MEDIA_TEXT, place_.track, frame);
+    if (found == Playback::Found::kEnd) return Step::kEnd;
+    if (found == Playback::Found::kLost) return Step::kLost;
+    sample.time_ms = frame.llTimeStamp;
+    sample.point = UnpackFrame(Playback::Payload(frame));
+  }
   ++frames_;
-  sample.time_ms = frame.llTimeStamp;
-  sample.point = UnpackFrame(Playback::Payload(frame));
-  return true;
+  return Step::kFrame;
 }
 
 bool TelemetrySource::Next(TelemetrySample& sample) {
   sample = TelemetrySample();
-  if (!reads_boxes()) return NextFrame(sample);
+  if (!reads_boxes()) {
+    Step step = NextFrame(sample);
+    while (step == Step::kLost) step = NextFrame(sample);
+    return step == Step::kFrame;
+  }
   if (entry_ >= gps_entries_) return false;
-  // An entry does not tell its layout, the frame it was copied from does.
-  if (playback_ != nullptr && !NextFrame(sample)) return false;
-  const bool known = playback_ == nullptr || sample.point.has_value();
+  // An entry does not tell its layout, the frame it was copied from does; of a frame that is lost the entry is left.
+  const Step step = playback_ == nullptr ? Step::kLost : NextFrame(sample);
+  const bool known = step != Step::kFrame || sample.point.has_value();
   if (!NextEntry(sample.point)) return false;
   if (!known) sample.point = std::nullopt;
   return true;

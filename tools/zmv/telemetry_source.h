@@ -1,5 +1,5 @@
 // The position and sensor samples of a recording, one after another: from the boxes GPSR and SENS, or from the frames
-// of a text track.
+// of a text track, with or without an index.
 #ifndef ZMV_TOOLS_TELEMETRY_SOURCE_H
 #define ZMV_TOOLS_TELEMETRY_SOURCE_H
 
@@ -11,6 +11,7 @@
 #include "tools/zmv/box_scan.h"
 #include "tools/zmv/gps_point.h"
 #include "tools/zmv/playback.h"
+#include "tools/zmv/record_walk.h"
 #include "tools/zmv/stream_file.h"
 #include "tools/zmv/telemetry_layout.h"
 
@@ -27,8 +28,9 @@ struct TelemetryPlace {
   const TelemetryLayout* layout = nullptr;  // of another producer; must outlive the source
 };
 
-// The boxes are read when they have an entry for every text frame of the only text track, or when there is no index;
-// else the text frames are. Box entry number n has the time of text frame number n.
+// The boxes are read when they have an entry for every text frame of the only text track; else the text frames are, and
+// the whole ones of a cut recording when they are as many as the entries. Box entry number n has the time of text frame
+// number n.
 class TelemetrySource {
  public:
   // ToolError when the recording has neither.
@@ -37,18 +39,23 @@ class TelemetrySource {
   bool Next(TelemetrySample& sample);
 
   bool reads_boxes() const { return gps_position_ != 0; }
-  // Text frames that the tables promise but the file no longer has; complete after the last sample.
-  uint64_t missing() const { return promised_ - frames_; }
+  // Text frames or box entries that the file promises but no longer has; complete after the last sample.
+  uint64_t missing() const { return reads_boxes() ? gps_entries_ - entry_ : promised_ - frames_; }
+  Health health() const { return health_; }
+  const std::string& sentence() const { return sentence_; }  // the health in plain words
 
  private:
+  enum class Step { kFrame, kLost, kEnd };
+  void OpenCut(const FileMap& map);
   void ChooseBoxes(const FileMap& map, uint64_t frames);
-  bool NextFrame(TelemetrySample& sample);
+  Step NextFrame(TelemetrySample& sample);
   GpsPoint Unpack(ByteView gps, ByteView sensors) const;
   std::optional<GpsPoint> UnpackFrame(ByteView payload) const;
   bool NextEntry(std::optional<GpsPoint>& point);
 
   TelemetryPlace place_;
-  std::unique_ptr<Playback> playback_;  // null without index
+  std::unique_ptr<Playback> playback_;   // null without index
+  std::unique_ptr<RecordWalk> records_;  // of a recording without index
   std::unique_ptr<StreamFile> gps_file_;
   std::unique_ptr<StreamFile> sensor_file_;
   uint64_t gps_position_ = 0;
@@ -56,8 +63,11 @@ class TelemetrySource {
   uint64_t gps_entries_ = 0;
   uint64_t sensor_entries_ = 0;
   uint64_t entry_ = 0;
+  uint64_t tried_ = 0;
   uint64_t frames_ = 0;
   uint64_t promised_ = 0;
+  Health health_ = Health::kComplete;
+  std::string sentence_;
 };
 
 }  // namespace zmv::tool

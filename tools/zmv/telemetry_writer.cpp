@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -17,6 +18,19 @@ constexpr int kDegreeDecimals = 9;
 constexpr int kGeoJsonDecimals = 7;  // a centimetre
 constexpr int kMetreDecimals = 3;
 constexpr int kRateDecimals = 4;
+
+// GPX has its degrees from -180 to below 180 and its courses from 0 to below 360.
+std::string GpxDegrees(double degrees) {
+  const std::string text = DecimalText(degrees, kDegreeDecimals);
+  return text == "180" ? "-180" : text;
+}
+
+std::string GpxCourse(double course) {
+  constexpr double kTurn = 360;
+  const double turned = std::fmod(course, kTurn);
+  const std::string text = DecimalText(turned < 0 ? turned + kTurn : turned, kRateDecimals);
+  return text == "360" ? "0" : text;
+}
 
 std::string Degrees(const std::optional<double>& degrees) { return DecimalText(*degrees, kDegreeDecimals); }
 
@@ -103,7 +117,8 @@ class GpxWriter : public SegmentWriter {
 
   void One(const DrivePoint& drive) override {
     const GpsPoint& point = drive.point;
-    std::string text = fmt::format("<trkpt lat=\"{}\" lon=\"{}\">", Degrees(point.latitude), Degrees(point.longitude));
+    std::string text =
+        fmt::format("<trkpt lat=\"{}\" lon=\"{}\">", Degrees(point.latitude), GpxDegrees(*point.longitude));
     if (point.altitude) text += fmt::format("<ele>{}</ele>", DecimalText(*point.altitude, kMetreDecimals));
     text += fmt::format("<time>{}</time>", UtcText(*point.utc_us));
     text += fmt::format("<fix>{}</fix>", point.fix == GpsFix::k2d ? "2d" : "3d");
@@ -114,7 +129,7 @@ class GpxWriter : public SegmentWriter {
       text += "<extensions><gpxtpx:TrackPointExtension>";
       if (point.speed) text += fmt::format("<gpxtpx:speed>{}</gpxtpx:speed>", DecimalText(*point.speed, kRateDecimals));
       if (point.course) {
-        text += fmt::format("<gpxtpx:course>{}</gpxtpx:course>", DecimalText(*point.course, kRateDecimals));
+        text += fmt::format("<gpxtpx:course>{}</gpxtpx:course>", GpxCourse(*point.course));
       }
       text += "</gpxtpx:TrackPointExtension></extensions>";
     }
@@ -268,6 +283,8 @@ TelemetryReport WriteTelemetry(const DriveOptions& options, const std::string& f
   report.untimed = track.untimed();
   report.foreign = track.foreign();
   report.missing = track.source().missing();
+  report.health = track.source().health();
+  report.sentence = track.source().sentence();
   return report;
 }
 

@@ -33,6 +33,8 @@ struct TelemetryReport {
   uint64_t untimed = 0;
   uint64_t foreign = 0;
   uint64_t missing = 0;
+  Health health = Health::kComplete;
+  std::string sentence;  // the health in plain words
 };
 
 // The whole drive of a recording into `sink`.

@@ -10,6 +10,8 @@ namespace {
 
 constexpr uint32_t kEntry = sizeof(uint32_t);
 constexpr uint32_t kVersionAndFlags = 4;
+constexpr uint32_t kSampleEntryCount = 4;
+constexpr uint32_t kVideoEntryFields = 78;  // between the header of a video sample entry and its boxes
 
 // Walks the boxes inside `parent` and gives each to `visit`.
 template <typename Visit>
@@ -23,13 +25,40 @@ void ForEachBox(StreamFile& file, uint64_t position, uint64_t end, Visit visit) 
 
 bool IsContainer(const std::string& type) { return type == "mdia" || type == "minf" || type == "stbl"; }
 
+// "svhd", then "proj" with "prhd" and the box that is looked for.
+std::string ProjectionOf(StreamFile& file, const BoxHeader& spherical) {
+  std::string found = "none";
+  ForEachBox(file, spherical.position + spherical.header, spherical.position + spherical.size, [&](BoxHeader outer) {
+    if (outer.type != "proj") return;
+    ForEachBox(file, outer.position + outer.header, outer.position + outer.size, [&](const BoxHeader& inner) {
+      if (inner.type != "prhd") found = inner.type;
+    });
+  });
+  return found;
+}
+
+void TakeDescription(StreamFile& file, const BoxHeader& description, TrackTables& tables) {
+  const uint64_t entries = description.position + description.header + kVersionAndFlags + kSampleEntryCount;
+  ForEachBox(file, entries, description.position + description.size, [&](const BoxHeader& entry) {
+    const uint64_t boxes = entry.position + entry.header + kVideoEntryFields;
+    ForEachBox(file, boxes, entry.position + entry.size, [&](const BoxHeader& box) {
+      if (box.type == "sv3d") tables.projection = ProjectionOf(file, box);
+    });
+  });
+}
+
 void TakeBox(StreamFile& file, const BoxHeader& box, TrackTables& tables) {
   if (box.type == "vmhd") tables.media = ZMV_MEDIA_VIDEO;
   if (box.type == "smhd") tables.media = ZMV_MEDIA_AUDIO;
   if (box.type == "nmhd") tables.media = ZMV_MEDIA_TEXT;
   const uint64_t body = box.position + box.header;
   const uint64_t end = box.position + box.size;
-  if (box.type == "stco") {
+  if (box.type == "stsd") {
+    TakeDescription(file, box, tables);
+  } else if (box.type == "ctts") {
+    file.Seek(body + kVersionAndFlags);
+    tables.reordered = file.U32() > 1;
+  } else if (box.type == "stco") {
     file.Seek(body + kVersionAndFlags);
     tables.chunks = file.U32();
     tables.chunk_table = file.position();

@@ -20,6 +20,8 @@ struct TrackTables {
   uint64_t size_table = 0;
   uint32_t samples = 0;
   uint32_t constant_size = 0;  // of every sample; 0: the table has them
+  bool reordered = false;      // it has composition offsets that differ
+  std::string projection;      // type of the box that describes a spherical picture, "none" without; empty: flat
 };
 
 // The tracks of the first moov box, in file order.
