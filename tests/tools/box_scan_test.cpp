@@ -97,7 +97,7 @@ class BoxScan : public testing::Test {
 TEST_F(BoxScan, WholeRecording_IsCompleteWithAllItsParts) {
   const FileMap map = Scan(Recording());
   EXPECT_EQ(map.health, Health::kComplete);
-  EXPECT_TRUE(map.indexed);
+  EXPECT_TRUE(map.readable);
   EXPECT_EQ(map.brand, "mp41");
   ASSERT_EQ(map.front.size(), 3u);
   EXPECT_EQ(map.front[0].media, "audio");
@@ -129,7 +129,7 @@ TEST_F(BoxScan, RecordingCutInItsFrames_IsRecoverable) {
   const Bytes whole = Recording();
   const FileMap map = Scan(Unfinished(whole, DataPosition(whole) + 100));
   EXPECT_EQ(map.health, Health::kCut);
-  EXPECT_FALSE(map.indexed);
+  EXPECT_FALSE(map.readable);
   EXPECT_NE(map.sentence.find("92 bytes"), std::string::npos) << map.sentence;
 }
 

@@ -1,11 +1,10 @@
-// zmv aidd: shows or rewrites the value in the box AIDD, which an application may change in a finished recording.
+// zmv aidd: shows or rewrites the value that an application may change in a finished recording.
 #include "tools/zmv/aidd.h"
 
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -13,14 +12,21 @@
 #include <optional>
 #include <string_view>
 
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/annexb.h"
 #include "tools/zmv/commands.h"
 #include "tools/zmv/recording_info.h"
 
 namespace zmv::tool {
 namespace {
 
-using BigEndianWord = std::array<uint8_t, sizeof(uint32_t)>;
+// A number of an MP4 begins with its highest byte, one of an AVI with its lowest.
+Bytes BytesOf(Container container, uint32_t value) {
+  constexpr int kByte = 8;
+  if (container == Container::kAvi) return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> kByte)};
+  Bytes bytes;
+  for (int shift = 3 * kByte; shift >= 0; shift -= kByte) bytes.push_back(static_cast<uint8_t>(value >> shift));
+  return bytes;
+}
 
 uint32_t ParseValue(const std::string& text) {
   const bool hex = text.starts_with("0x") || text.starts_with("0X");
@@ -54,12 +60,15 @@ class Descriptor {
 
 }  // namespace
 
-void RewriteAidd(const std::string& path, uint64_t position, uint32_t value) {
-  BigEndianWord bytes;
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * (bytes.size() - 1 - i)));
+void RewriteAidd(const std::string& path, const UserValue& found, uint32_t value) {
+  if (value > found.largest()) {
+    throw ToolError(fmt::format("{}: the value of an AVI goes up to {}, not to {}", path, found.largest(), value),
+                    kExitUsage);
+  }
+  const Bytes bytes = BytesOf(found.container, value);
   const Descriptor file(path);
   errno = ENOSPC;  // a short write leaves it alone
-  if (pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(position)) !=
+  if (pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(found.position)) !=
       static_cast<ssize_t>(bytes.size())) {
     FailWriting(path);
   }
@@ -68,11 +77,20 @@ void RewriteAidd(const std::string& path, uint64_t position, uint32_t value) {
 
 namespace {
 
+std::string ValueText(const UserValue& place, uint32_t value) {
+  return place.container == Container::kAvi ? fmt::format("{} (0x{:04X})", value, value)
+                                            : fmt::format("{} (0x{:08X})", value, value);
+}
+
 void RunAidd(const std::string& path, const std::optional<std::string>& text, Session& session) {
   const bool rewrite = text.has_value();
   const uint32_t value = rewrite ? ParseValue(*text) : 0;
   const FileMap map = ScanFile(path);
   if (map.health == Health::kNotRecording) throw ToolError(path + ": " + map.sentence, kExitNotRecording);
+  if (!map.aidd && map.container == Container::kAvi) {
+    throw ToolError(fmt::format("{}: has no video stream whose header could hold the value; {}", path, map.sentence),
+                    map.health == Health::kComplete ? kExitFailed : ExitCodeOf(map.health));
+  }
   if (!map.aidd && map.health != Health::kComplete) {
     throw ToolError(fmt::format("{}: has no AIDD box; {}", path, map.sentence), ExitCodeOf(map.health));
   }
@@ -82,16 +100,16 @@ void RunAidd(const std::string& path, const std::optional<std::string>& text, Se
                     "have a text track");
   }
   const UserValue found = *map.aidd;
-  if (rewrite) RewriteAidd(path, found.position, value);
+  if (rewrite) RewriteAidd(path, found, value);
   const uint32_t now = rewrite ? value : found.value;
   if (session.json) {
     Json report = {{"file", path}, {"value", now}, {"position", found.position}};
     if (rewrite) report["previous"] = found.value;
     fmt::print("{}\n", JsonText(report));
   } else {
-    fmt::print("{} (0x{:08X})\n", now, now);
+    fmt::print("{}\n", ValueText(found, now));
   }
-  if (rewrite) session.console.Note(fmt::format("{}: was {} (0x{:08X})", path, found.value, found.value));
+  if (rewrite) session.console.Note(fmt::format("{}: was {}", path, ValueText(found, found.value)));
 }
 
 }  // namespace
@@ -102,7 +120,8 @@ void AddAidd(CLI::App& app, Session& session) {
   CLI::App* command =
       AddCommand(app, session, "aidd",
                  "Shows or rewrites a recording's AIDD value.\n\n"
-                 "The value belongs to the application. It is rewritten in place: 4 bytes change, nothing else.",
+                 "The value belongs to the application. It is rewritten in place: 4 bytes change, nothing else; in "
+                 "an AVI 2 bytes, where values go up to 65535.",
                  "  zmv aidd drive.mp4\n  zmv aidd drive.mp4 0x10");
   command->add_option("FILE", *path, "The recording")->required();
   command->add_option("VALUE", *value, "The new value: 0 to 4294967295, or hexadecimal with 0x");

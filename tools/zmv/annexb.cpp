@@ -18,6 +18,7 @@ constexpr uint8_t kHevcVps = 32;
 constexpr uint8_t kHevcSps = 33;
 constexpr uint8_t kHevcPps = 34;
 constexpr size_t kHevcHeaderSize = 2;
+constexpr size_t kShortStartCode = 3;
 
 // The position of the next 00 00 01 at or after `from`, or the end.
 size_t FindStartCode(ByteView stream, size_t from) {
@@ -65,6 +66,16 @@ bool IsRandomAccess(VideoCodec codec, ByteView nal) {
   const uint8_t type = NalType(codec, nal);
   if (codec == VideoCodec::kH264) return type == kAvcIdr;
   return type >= kHevcFirstRandomAccess && type <= kHevcLastRandomAccess;
+}
+
+bool HoldsParameterSets(VideoCodec codec, ByteView access_unit) {
+  size_t start = FindStartCode(access_unit, 0);
+  while (start < access_unit.size()) {
+    const NalKind kind = ClassifyNal(codec, access_unit.subspan(start + kShortStartCode));
+    if (kind != NalKind::kOther) return kind == NalKind::kParameterSet;
+    start = FindStartCode(access_unit, start + kShortStartCode);
+  }
+  return false;
 }
 
 void AppendNal(ByteView nal, Bytes& out) {

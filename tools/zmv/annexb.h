@@ -28,6 +28,9 @@ NalKind ClassifyNal(VideoCodec codec, ByteView nal);
 // An IDR picture, or any HEVC random access picture.
 bool IsRandomAccess(VideoCodec codec, ByteView nal);
 
+// Whether a parameter set stands in `access_unit`, in front of its picture.
+bool HoldsParameterSets(VideoCodec codec, ByteView access_unit);
+
 // Appends `nal` behind a 4-byte start code.
 void AppendNal(ByteView nal, Bytes& out);
 

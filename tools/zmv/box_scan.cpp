@@ -84,7 +84,8 @@ class Scan {
     const uint64_t body = end > start ? end - start : 0;
     if (box.type == "GPSR") map_.gps_entries = static_cast<uint32_t>(body / mp4::kGpsEntrySize);
     if (box.type == "SENS") map_.sensor_entries = static_cast<uint32_t>(body / mp4::kSensorBlockSize);
-    if (box.type == "AIDD" && body >= sizeof(uint32_t)) map_.aidd = UserValue{file_.U32(), box.position + box.header};
+    if (box.type == "AIDD" && body >= sizeof(uint32_t))
+      map_.aidd = UserValue{file_.U32(), box.position + box.header, Container::kMp4};
   }
 
   void TakeFree(uint64_t body) {
@@ -136,10 +137,10 @@ class Scan {
   }
 
   FileMap Judged() {
-    map_.indexed = has_index_;
+    map_.readable = has_index_;
     const bool ours = records_ || !map_.front.empty();
     if (!started_) {
-      Judge(Health::kNotRecording, map_.size == 0 ? "the file is empty" : "it does not begin like an MP4 recording");
+      Judge(Health::kNotRecording, map_.size == 0 ? "the file is empty" : "it does not begin like a recording");
     } else if (has_index_ && !cut_data_ && !lost_) {
       Judge(Health::kComplete, broken_ ? "complete, with something else behind it" : "complete");
     } else if (has_index_) {
@@ -185,40 +186,6 @@ class Scan {
 
 }  // namespace
 
-FileMap ScanFile(const std::string& path) { return Scan(path).Run(); }
-
-ExitCode ExitCodeOf(Health health) {
-  switch (health) {
-    case Health::kComplete:
-      return kExitDone;
-    case Health::kCut:
-      return kExitCut;
-    case Health::kDamaged:
-      return kExitDamaged;
-    case Health::kNotRecording:
-      break;
-  }
-  return kExitNotRecording;
-}
-
-const char* HealthName(Health health) {
-  switch (health) {
-    case Health::kComplete:
-      return "complete";
-    case Health::kCut:
-      return "cut";
-    case Health::kDamaged:
-      return "damaged";
-    case Health::kNotRecording:
-      break;
-  }
-  return "not a recording";
-}
-
-FileMap ScanReadable(const std::string& path) {
-  FileMap map = ScanFile(path);
-  if (!map.indexed) throw ToolError(path + ": " + map.sentence, ExitCodeOf(map.health));
-  return map;
-}
+FileMap ScanBoxes(const std::string& path) { return Scan(path).Run(); }
 
 }  // namespace zmv::tool

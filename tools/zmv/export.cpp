@@ -7,12 +7,12 @@
 #include <optional>
 
 #include "tools/zmv/aac.h"
-#include "tools/zmv/box_scan.h"
 #include "tools/zmv/commands.h"
 #include "tools/zmv/config_text.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/playback.h"
-#include "tools/zmv/recording_info.h"
+#include "tools/zmv/recording_report.h"
 #include "tools/zmv/wav.h"
 
 namespace zmv::tool {
@@ -44,10 +44,10 @@ class StreamWriter {
 class VideoWriter : public StreamWriter {
  public:
   VideoWriter(OutputFile& out, const ZMVVideoInfo& video, bool repeat)
-      : StreamWriter(out), video_(video), repeat_(repeat) {}
+      : StreamWriter(out), video_(video), codec_(CodecOf(video.dwFourCC)), repeat_(repeat) {}
 
   void Write(const ZMVFrame& frame) override {
-    if (frame.dwKeyFrame == ZMV_KEY_FRAME && (repeat_ || !written_)) {
+    if (codec_ && frame.dwKeyFrame == ZMV_KEY_FRAME && (repeat_ || !written_) && !CarriesSets(frame)) {
       const uint32_t extra = std::min<uint32_t>(video_.dwExtraDataSize, sizeof(video_.abExtraData));
       out_.Write(ByteView(video_.abExtraData, extra));
       written_ = true;
@@ -56,7 +56,11 @@ class VideoWriter : public StreamWriter {
   }
 
  private:
+  // In an AVI the key frames have their own.
+  bool CarriesSets(const ZMVFrame& frame) const { return HoldsParameterSets(*codec_, Playback::Payload(frame)); }
+
   const ZMVVideoInfo& video_;
+  std::optional<VideoCodec> codec_;
   bool repeat_;
   bool written_ = false;
 };
@@ -99,10 +103,15 @@ bool IsWav(const std::string& path) {
   return extension == ".wav" || extension == ".WAV";
 }
 
+const std::string& Readable(const std::string& path) {
+  ScanReadable(path);
+  return path;
+}
+
 class Export {
  public:
   Export(const ExportArguments& arguments, Session& session)
-      : arguments_(arguments), session_(session), map_(ScanReadable(arguments.file)), playback_(arguments.file) {}
+      : arguments_(arguments), session_(session), playback_(Readable(arguments.file)) {}
 
   void Run() {
     const std::pair<uint32_t, const std::string*> wanted[] = {
@@ -116,7 +125,7 @@ class Export {
       if (!path->empty()) One(media, *path);
     }
     if (session_.json) fmt::print("{}\n", JsonText(report_));
-    if (map_.health == Health::kDamaged) session_.exit_code = kExitDamaged;
+    ReportHealth(playback_, session_);
   }
 
  private:
@@ -181,7 +190,6 @@ class Export {
 
   const ExportArguments& arguments_;
   Session& session_;
-  FileMap map_;
   Playback playback_;
   Json report_ = Json::array();
 };

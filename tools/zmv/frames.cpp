@@ -5,9 +5,10 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "tools/zmv/box_scan.h"
 #include "tools/zmv/commands.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/playback.h"
+#include "tools/zmv/recording_report.h"
 #include "tools/zmv/track_tables.h"
 
 namespace zmv::tool {
@@ -23,7 +24,8 @@ struct FramesArguments {
 struct Lane {
   uint32_t media = 0;
   uint32_t track = 0;
-  std::unique_ptr<FramePositions> positions;
+  std::unique_ptr<FramePositions> positions;  // in an MP4
+  std::unique_ptr<RiffPositions> chunks;      // in an AVI
   ZMVFrame frame{};
   std::optional<uint64_t> position;
   bool ended = false;
@@ -66,6 +68,9 @@ class FrameList {
     lane.media = media;
     lane.track = track;
     if (tables != nullptr) lane.positions = std::make_unique<FramePositions>(arguments_.file, *tables);
+    if (const RiffTrack* riff = playback_.Riff(media, track)) {
+      lane.chunks = std::make_unique<RiffPositions>(arguments_.file, map_, riff->stream.number);
+    }
     lanes_.push_back(std::move(lane));
   }
 
@@ -73,7 +78,9 @@ class FrameList {
     lane.ended = !playback_.Read(lane.media, lane.track, lane.frame);
     if (lane.ended) return;
     ++lane.delivered;
-    lane.position = lane.positions ? lane.positions->Next(lane.frame.dwChunk, lane.frame.dwSize) : std::nullopt;
+    lane.position = lane.positions ? lane.positions->Next(lane.frame.dwChunk, lane.frame.dwSize)
+                    : lane.chunks  ? lane.chunks->Next(lane.frame.dwSize)
+                                   : std::nullopt;
   }
 
   Lane* Earliest() {
@@ -122,7 +129,7 @@ class FrameList {
                                            MediaName(lane.media), lane.track, lane.delivered, promised));
       session_.exit_code = kExitDamaged;
     }
-    if (map_.health == Health::kDamaged) session_.exit_code = kExitDamaged;
+    ReportHealth(playback_, session_);
   }
 
   const FramesArguments& arguments_;

@@ -1,4 +1,4 @@
-// zmv import: records encoded streams into an MP4.
+// zmv import: records encoded streams into an MP4 or an AVI.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -87,6 +87,9 @@ uint32_t ParseProjection(const std::string& text) {
 
 void PlanProjection(uint32_t mode, ImportPlan& plan, Console& console) {
   if (mode == 0) return;
+  if (plan.container == Container::kAvi) {
+    throw ToolError("--projection: an AVI has no place for it; record an MP4", kExitUsage);
+  }
   if (plan.info.dwVideoCount == 0) throw ToolError("--projection: there is no video", kExitUsage);
   ZMVVideoInfo& video = plan.info.m_Video[0];
   video.dwSpherical = 1;
@@ -100,9 +103,6 @@ void PlanProjection(uint32_t mode, ImportPlan& plan, Console& console) {
 
 void CheckArguments(const ImportArguments& arguments) {
   const std::filesystem::path output(arguments.output);
-  if (output.extension() == ".avi" || output.extension() == ".AVI") {
-    throw ToolError(arguments.output + ": recordings are MP4 files; name it .mp4", kExitUsage);
-  }
   for (const std::string& input : arguments.inputs) {
     std::error_code ignored;
     if (!std::filesystem::exists(input, ignored)) throw ToolError(input + ": there is no such file");
@@ -127,18 +127,21 @@ class Import {
     CheckArguments(arguments_);
     RecorderOptions options;
     options.path = arguments_.output;
+    options.container = ContainerOfName(arguments_.output);
     options.force = arguments_.force;
     options.max_size = ParseSize(arguments_.max_size);
     options.split_us = static_cast<int64_t>(arguments_.split * kSecondUs);
     const uint32_t projection = ParseProjection(arguments_.projection);
-    OpenInputs();
-    ImportPlan plan = PlanImport(sources_, SoftwareText(arguments_.software, !arguments_.gps.empty(), session_.console),
-                                 session_.console);
+    OpenInputs(options.container);
+    const bool boxes = !arguments_.gps.empty() && options.container == Container::kMp4;
+    ImportPlan plan = PlanImport(sources_, SoftwareText(arguments_.software, boxes, session_.console), session_.console,
+                                 options.container);
     PlanProjection(projection, plan, session_.console);
     if (!arguments_.gps.empty()) {
       gps_ = LoadGpsFile(arguments_.gps);
       ReportSkipped();
       PlanGps(gps_, plan);
+      if (plan.container == Container::kAvi) NoteTimes();
     }
     options.expected_ms = ExpectedMs(plan, options.split_us);
     Recorder recorder(options, plan.info, plan.nominal_us, session_.console);
@@ -154,8 +157,15 @@ class Import {
   }
 
  private:
-  void OpenInputs() {
+  void NoteTimes() {
+    session_.console.Note(arguments_.output +
+                          ": an AVI stores no times: in the recording the positions are evenly spaced from its start; "
+                          "each keeps its own UTC");
+  }
+
+  void OpenInputs(Container container) {
     SourceOptions options;
+    options.container = container;
     options.frame_rate = arguments_.frame_rate;
     options.allow_slices = arguments_.allow_slices;
     options.want_video = !arguments_.no_video;
@@ -239,18 +249,21 @@ constexpr const char* kExample =
     "  zmv import front.h264 mic.aac --gps drive.gpx -o drive.mp4\n"
     "  zmv import camera.mkv -o drive.mp4 --split 180";
 constexpr const char* kSummary =
-    "Records encoded streams into an MP4; nothing is encoded anew.\n\n"
-    "INPUT is anything that FFmpeg's libraries read: elementary streams and containers with H.264 or HEVC video, AAC, "
-    "MPEG layer 3 or mono 16-bit PCM audio. All streams begin together, each with its first frame.";
+    "Records encoded streams into an MP4 or an AVI; nothing is encoded anew.\n\n"
+    "OUT is an AVI when its name ends in .avi, else an MP4. INPUT is anything that FFmpeg's libraries read: elementary "
+    "streams and containers with H.264 or HEVC video, AAC, MPEG layer 3 or 16-bit PCM audio (mono in an MP4). All "
+    "streams "
+    "begin together, each with its first frame.";
 
 void AddTrackOptions(CLI::App& command, ImportArguments& arguments) {
   command.add_option("--fps", arguments.frame_rate, "Frames a second of video without time stamps")
       ->check(NumberFrom(0.01, 1000));
-  command.add_flag("--allow-slices", arguments.allow_slices, "Store pictures of several slices, which players misread");
+  command.add_flag("--allow-slices", arguments.allow_slices,
+                   "Store pictures of several slices in an MP4, where players misread them");
   command.add_flag("--no-video", arguments.no_video, "Leave out video");
   command.add_flag("--no-audio", arguments.no_audio, "Leave out audio");
   command.add_option("--projection", arguments.projection,
-                     "Mark the first video as spherical: none, circ, equi, or a number");
+                     "Mark the first video of an MP4 as spherical: none, circ, equi, or a number");
   command.add_option("--gps", arguments.gps,
                      "Positions for a text track: a .gpx or .csv file, whose first point is at the start");
   command

@@ -13,6 +13,7 @@ namespace {
 
 constexpr int64_t kSecondUs = 1000000;
 constexpr uint32_t kMp41FileType = 1;
+constexpr uint32_t kNoFillChunk = 1;  // an AVI takes no space in advance
 // With 20 cursors a file, the reader plays three videos beside one other track.
 constexpr uint32_t kReadableVideos = 3;
 // Up to this value the writer takes rates and durations as they are, above it as thousandths.
@@ -43,13 +44,21 @@ void AddTrack(MediaSource& source, uint32_t stream, ImportPlan& plan, Console& c
   ++count;
 }
 
+// Odd format chunks are written without a pad, which makes general players stumble. Configurations may end in zeros.
+void PadConfiguration(ZMVAudioInfo& audio) {
+  if (audio.dwExtraDataSize % 2 == 0 || audio.dwExtraDataSize >= sizeof(audio.abExtraData)) return;
+  audio.abExtraData[audio.dwExtraDataSize++] = 0;
+}
+
 }  // namespace
 
 ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, const std::string& software,
-                      Console& console) {
+                      Console& console, Container container) {
   ImportPlan plan;
+  plan.container = container;
   plan.info.m_dwFileType = kMp41FileType;
   plan.info.dwTimeScale = kVideoTimeScale;
+  if (container == Container::kAvi) plan.info.dwAiddValue = kNoFillChunk;
   software.copy(plan.info.szSoftware, sizeof(plan.info.szSoftware) - 1);
   for (const uint32_t media : {ZMV_MEDIA_VIDEO, ZMV_MEDIA_AUDIO}) {
     for (const auto& source : sources) {
@@ -59,7 +68,8 @@ ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, 
     }
   }
   for (const auto& source : sources) plan.duration_us = std::max(plan.duration_us, source->duration_us());
-  if (plan.info.dwVideoCount > kReadableVideos) {
+  if (container == Container::kAvi) PadConfiguration(plan.info.m_Audio);
+  if (container == Container::kMp4 && plan.info.dwVideoCount > kReadableVideos) {
     console.Warning(fmt::format("{} videos are recorded; at most {} can be played back from one file",
                                 plan.info.dwVideoCount, kReadableVideos));
   }
@@ -87,6 +97,16 @@ void PlanUserData(uint64_t samples, uint64_t seconds, ZMVFileInfo& info) {
   info.dwDuration = WholeOrThousandths(seconds);
 }
 
+// The rate that is measured at the end misses the last interval, so whole rates are laid down.
+void PlanAviText(int64_t nominal_us, ZMVTextInfo& text) {
+  constexpr double kNearlyWhole = 0.01;
+  const double rate = static_cast<double>(kSecondUs) / static_cast<double>(std::max<int64_t>(nominal_us, 1));
+  text.dwRate = static_cast<uint32_t>(std::clamp(std::round(rate * kWholeUnits), 1.0, 1e9));
+  const double whole = std::round(rate);
+  text.dwFixedRate =
+      whole >= 1 && std::fabs(rate - whole) < kNearlyWhole * whole ? static_cast<uint32_t>(whole) * kWholeUnits : 0;
+}
+
 void PlanGps(const GpsTrack& track, ImportPlan& plan) {
   const int64_t span_us = *track.points.back().utc_us - *track.points.front().utc_us;
   plan.info.dwTextCount = 1;
@@ -97,6 +117,7 @@ void PlanGps(const GpsTrack& track, ImportPlan& plan) {
   PlanUserData(track.points.size(), static_cast<uint64_t>(std::max(plan.duration_us, span_us) / kSecondUs), plan.info);
   const size_t steps = track.points.size() - 1;
   plan.nominal_us.push_back(steps == 0 ? kSecondUs : std::max<int64_t>(span_us / static_cast<int64_t>(steps), 1000));
+  if (plan.container == Container::kAvi) PlanAviText(plan.nominal_us.back(), text);
 }
 
 GpsFrames::GpsFrames(const GpsTrack& track, int64_t offset_us) : track_(track), offset_us_(offset_us) {

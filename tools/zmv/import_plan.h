@@ -15,6 +15,7 @@
 namespace zmv::tool {
 
 struct ImportPlan {
+  Container container = Container::kMp4;
   ZMVFileInfo info{};
   std::vector<FrameMerger::Track> tracks;
   std::vector<int64_t> nominal_us;  // of each track: videos, audio, text
@@ -23,11 +24,14 @@ struct ImportPlan {
 
 // Streams beyond the capacity of a recording are reported and left out.
 ImportPlan PlanImport(const std::vector<std::unique_ptr<MediaSource>>& sources, const std::string& software,
-                      Console& console);
+                      Console& console, Container container = Container::kMp4);
 
 // The software text of a recording, `given` or the tool's own. It begins with F when the writer is to collect positions
-// in boxes; a `given` one that does not although there are positions is reported.
+// in the boxes of an MP4; a `given` one that does not although there are such positions is reported.
 std::string SoftwareText(const std::string& given, bool positions, Console& console);
+
+// Text streams of an AVI are evenly spaced: `text` gets the rate of frames that are `nominal_us` apart.
+void PlanAviText(int64_t nominal_us, ZMVTextInfo& text);
 
 // Makes room in the writer's memory for `samples` text frames within `seconds`.
 void PlanUserData(uint64_t samples, uint64_t seconds, ZMVFileInfo& info);

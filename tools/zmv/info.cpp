@@ -3,8 +3,8 @@
 
 #include <memory>
 
-#include "tools/zmv/box_scan.h"
 #include "tools/zmv/commands.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/recording_info.h"
 
 namespace zmv::tool {

@@ -1,4 +1,4 @@
-// AAC, MPEG layer 3 and mono 16-bit PCM packets to audio frames.
+// AAC, MPEG layer 3 and 16-bit PCM packets to audio frames.
 #include <fmt/core.h>
 
 #include <cmath>
@@ -11,7 +11,6 @@ namespace {
 
 constexpr uint32_t kBitsPerSample = 16;
 constexpr uint32_t kPcmSamplesPerFrame = 1024;
-constexpr size_t kPcmFrameBytes = kPcmSamplesPerFrame * kBitsPerSample / 8;
 constexpr int64_t kMicro = 1000000;
 
 // One packet of the input is one frame: AAC and MPEG layer 3.
@@ -81,43 +80,42 @@ class PacketAudio : public Converter {
   int64_t count_ = 0;
 };
 
-// Samples of one channel, cut into frames of equal length, as the sample tables of raw audio want them.
-class MonoPcm : public Converter {
+// Samples cut into frames of equal length, as the sample tables of raw audio in an MP4 want them. In an AVI the last
+// frame may be shorter.
+class PcmAudio : public Converter {
  public:
-  using Converter::Converter;
+  explicit PcmAudio(const ConverterInput& input)
+      : Converter(input),
+        channels_(static_cast<uint32_t>(input.stream->codecpar->ch_layout.nb_channels)),
+        frame_bytes_(kPcmSamplesPerFrame * channels_ * kBitsPerSample / 8) {}
 
   void Feed(const AVPacket* packet) override {
     if (packet != nullptr) {
       TimeOf(*packet, 0);
       pending_.insert(pending_.end(), packet->data, packet->data + packet->size);
+    } else if (!pending_.empty() && avi()) {
+      Cut(0, pending_.size());
+      pending_.clear();
     } else if (!pending_.empty()) {
-      const size_t silence = kPcmFrameBytes - pending_.size();
-      pending_.resize(kPcmFrameBytes, 0);
+      const size_t silence = frame_bytes_ - pending_.size();
+      pending_.resize(frame_bytes_, 0);
       input_.console->Note(fmt::format("{}: {}: the last frame is filled up with {} samples of silence", input_.file,
                                        input_.label, silence / 2));
     }
     size_t taken = 0;
-    for (; pending_.size() - taken >= kPcmFrameBytes; taken += kPcmFrameBytes) {
-      const auto begin = pending_.begin() + static_cast<std::ptrdiff_t>(taken);
-      MediaFrame frame;
-      frame.media = ZMV_MEDIA_AUDIO;
-      frame.key = true;
-      frame.time_us = Counted(count_++);
-      frame.data.assign(begin, begin + static_cast<std::ptrdiff_t>(kPcmFrameBytes));
-      frames_.push_back(std::move(frame));
-    }
+    for (; pending_.size() - taken >= frame_bytes_; taken += frame_bytes_) Cut(taken, frame_bytes_);
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(taken));
   }
 
   void Describe(StreamDescription& description) const override {
     ZMVAudioInfo& audio = description.audio;
-    audio.dwFormat = ZMV_AUDIO_PCM_LE;
+    audio.dwFormat = avi() ? ZMV_AUDIO_PCM : ZMV_AUDIO_PCM_LE;
     audio.dwSampleRate = static_cast<uint32_t>(input_.stream->codecpar->sample_rate);
-    audio.dwChannels = 1;
+    audio.dwChannels = channels_;
     audio.dwBitsPerSample = kBitsPerSample;
     audio.dwSamplesPerFrame = kPcmSamplesPerFrame;
-    audio.dwBlockAlign = kPcmFrameBytes;
-    audio.dwBitRate = audio.dwSampleRate * kBitsPerSample;
+    audio.dwBlockAlign = static_cast<uint32_t>(frame_bytes_);
+    audio.dwBitRate = audio.dwSampleRate * channels_ * kBitsPerSample;
     description.nominal_us = Counted(1);
     description.start_us = start_us_;
   }
@@ -127,6 +125,20 @@ class MonoPcm : public Converter {
     return av_rescale(frames * kPcmSamplesPerFrame, kMicro, input_.stream->codecpar->sample_rate);
   }
 
+  void Cut(size_t at, size_t size) {
+    const auto begin = pending_.begin() + static_cast<std::ptrdiff_t>(at);
+    MediaFrame frame;
+    frame.media = ZMV_MEDIA_AUDIO;
+    frame.key = true;
+    frame.time_us = Counted(count_++);
+    frame.data.assign(begin, begin + static_cast<std::ptrdiff_t>(size));
+    frames_.push_back(std::move(frame));
+  }
+
+  bool avi() const { return input_.options.container == Container::kAvi; }
+
+  uint32_t channels_;
+  size_t frame_bytes_;
   Bytes pending_;
   int64_t count_ = 0;
 };
@@ -154,9 +166,11 @@ std::unique_ptr<Converter> MakeAudioConverter(const ConverterInput& input, std::
       return std::make_unique<PacketAudio>(input, ZMV_AUDIO_MPEG, SamplesOr(parameters, kMp3SamplesPerFrame));
     }
     case AV_CODEC_ID_PCM_S16LE:
-      if (parameters.ch_layout.nb_channels == 1) return std::make_unique<MonoPcm>(input);
-      reason = fmt::format("PCM of {} channels would play at the wrong speed; {}", parameters.ch_layout.nb_channels,
-                           kUseAac);
+      if (parameters.ch_layout.nb_channels == 1 || input.options.container == Container::kAvi) {
+        return std::make_unique<PcmAudio>(input);
+      }
+      reason = fmt::format("PCM of {} channels would play at the wrong speed in an MP4; record an AVI, or {}",
+                           parameters.ch_layout.nb_channels, kUseAac);
       return nullptr;
     default:
       reason = fmt::format("{} audio cannot be recorded; {}", avcodec_get_name(parameters.codec_id), kUseAac);

@@ -62,6 +62,8 @@ class VideoConverter : public Converter {
     video.dwWidth = static_cast<uint32_t>(parameters.width);
     video.dwHeight = static_cast<uint32_t>(parameters.height);
     video.dwFrameRate = static_cast<uint32_t>(std::lround(av_q2d(rate_) * 1000));
+    const bool whole_rate = rate_.num > 0 && rate_.num % rate_.den == 0;
+    if (!input_.stamped && whole_rate) video.dwFixedRate = video.dwFrameRate;
     video.dwBitRate = static_cast<uint32_t>(std::max<int64_t>(parameters.bit_rate, 0));
     std::copy(sets.begin(), sets.end(), video.abExtraData);
     video.dwExtraDataSize = static_cast<uint32_t>(sets.size());
@@ -118,7 +120,9 @@ class VideoConverter : public Converter {
     ++count_;
   }
 
+  // A picture in an AVI is an access unit with all its start codes.
   void CheckSlices(unsigned slices) {
+    if (input_.options.container == Container::kAvi) return;
     if (!input_.options.allow_slices) {
       throw Refused(
           fmt::format("picture {} consists of {} slices; players would show only the first. Encode with one "

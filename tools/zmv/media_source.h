@@ -10,6 +10,7 @@
 #include "facade/zmvstream_media.h"
 #include "tools/zmv/annexb.h"
 #include "tools/zmv/console.h"
+#include "tools/zmv/file_map.h"
 
 namespace zmv::tool {
 
@@ -33,7 +34,8 @@ struct StreamDescription {
 
 struct SourceOptions {
   double frame_rate = 0;      // of video without time stamps; 0: what the stream says
-  bool allow_slices = false;  // store pictures of several NAL units, which general players misread
+  bool allow_slices = false;  // store pictures of several NAL units in an MP4, where general players misread them
+  Container container = Container::kMp4;  // of the recording
   bool want_video = true;
   bool want_audio = true;
 };

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "tools/zmv/annexb.h"
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/stream_file.h"
 
 namespace zmv::tool {

@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "base/zmv_result.h"
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/config_text.h"
 #include "tools/zmv/gps_point.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/tool_error.h"
@@ -42,10 +42,12 @@ void Recorder::ResetTracks() {
   size_t at = 0;
   const auto add = [&](uint32_t media, uint32_t count, uint32_t units, auto scale) {
     for (uint32_t i = 0; i < count; ++i, ++at) {
-      tracks_.push_back({media, i, nominal_us_[at], DurationClock(scale(i), units, nominal_us_[at]), kNoBase});
+      const uint32_t ticks = avi() ? kMilliseconds : scale(i);
+      tracks_.push_back({media, i, nominal_us_[at], DurationClock(ticks, units, nominal_us_[at]), kNoBase, 0, 0});
     }
   };
-  add(ZMV_MEDIA_VIDEO, info_.dwVideoCount, kMicroseconds, [](uint32_t) { return kVideoTimeScale; });
+  add(ZMV_MEDIA_VIDEO, info_.dwVideoCount, avi() ? kMilliseconds : kMicroseconds,
+      [](uint32_t) { return kVideoTimeScale; });
   add(ZMV_MEDIA_AUDIO, info_.dwAudioCount, kMilliseconds, [this](uint32_t) { return info_.m_Audio.dwSampleRate; });
   add(ZMV_MEDIA_TEXT, info_.dwTextCount, kMilliseconds, [](uint32_t) { return kTextTimeScale; });
 }
@@ -59,7 +61,7 @@ void Recorder::OpenFile() {
     throw ToolError(path + ": is not a plain file, and a recording is not written in one go");
   }
   ZMVWriterParam param{};
-  param.dwFormat = ZMV_FORMAT_MP4;
+  param.dwFormat = avi() ? ZMV_FORMAT_AVI : ZMV_FORMAT_MP4;
   param.pszPath = path.c_str();
   param.bInterleave = 1;
   param.llExpire = options_.expected_ms;
@@ -84,6 +86,7 @@ void Recorder::Finish() {
   ZMVWriterClose(writer_);
   const int reason = errno;
   writer_ = nullptr;
+  if (avi()) ReportUnevenness();
   // Closing does not tell whether the tables reached the file, the file does.
   const std::string& path = files_.back().path;
   const FileMap written = ScanFile(path);
@@ -104,8 +107,30 @@ void Recorder::NextFile(const MediaFrame& frame) {
   OpenFile();
 }
 
+void Recorder::ReportUnevenness() const {
+  constexpr int64_t kNoticed = 2;  // usual distances
+  for (const Track& track : tracks_) {
+    if (track.media != ZMV_MEDIA_VIDEO || track.widest_us <= kNoticed * track.nominal_us) continue;
+    console_.Warning(
+        fmt::format("{}: video {}: some of its pictures are {} ms apart; an AVI stores no times, in it "
+                    "they are evenly spaced",
+                    files_.back().path, track.track, track.widest_us / kMillisecondUs));
+  }
+}
+
+void Recorder::FillPayload(const Track& track, const MediaFrame& frame) {
+  scratch_.clear();
+  if (avi() && track.media == ZMV_MEDIA_VIDEO && frame.key) {
+    const ZMVVideoInfo& video = info_.m_Video[track.track];
+    const bool wanted =
+        CodecOf(video.dwFourCC) == VideoCodec::kH264 && !HoldsParameterSets(VideoCodec::kH264, frame.data);
+    if (wanted) scratch_.assign(video.abExtraData, video.abExtraData + video.dwExtraDataSize);
+  }
+  scratch_.insert(scratch_.end(), frame.data.begin(), frame.data.end());
+}
+
 int32_t Recorder::Hand(Track& track, size_t index, const MediaFrame& source, int64_t us) {
-  scratch_.assign(source.data.begin(), source.data.end());
+  FillPayload(track, source);
   ZMVFrame frame{};
   frame.pData = scratch_.data();
   frame.dwSize = static_cast<uint32_t>(scratch_.size());
@@ -126,6 +151,8 @@ int32_t Recorder::Hand(Track& track, size_t index, const MediaFrame& source, int
   ++recorded.frames;
   recorded.bytes += scratch_.size();
   if (source.key) ++recorded.key_frames;
+  if (recorded.frames > 1) track.widest_us = std::max(track.widest_us, us - track.last_us);
+  track.last_us = us;
   file.duration_ms = std::max<uint64_t>(
       file.duration_ms, static_cast<uint64_t>((us + track.nominal_us + kMillisecondUs / 2) / kMillisecondUs));
   return result;
@@ -148,7 +175,7 @@ int32_t Recorder::Put(const MediaFrame& frame) {
   const auto index = static_cast<size_t>(at - tracks_.begin());
   if (at->base_us == kNoBase) {
     at->base_us = frame.media == ZMV_MEDIA_TEXT ? file_start_us_ : frame.time_us;
-    if (frame.time_us - at->base_us >= kMillisecondUs) {
+    if (!avi() && frame.time_us - at->base_us >= kMillisecondUs) {
       const int32_t result = PutBlank(*at, index);
       if (result < 0) return result;
     }
@@ -165,7 +192,9 @@ bool Recorder::Write(const MediaFrame& frame) {
   if (waiting_ || due) NextFile(frame);
   int32_t result = Put(frame);
   // A limit and a failed write have the same result; only the latter asked the system.
-  if (static_cast<uint32_t>(result) == ZMV_E_WRITE && write_errno_ != 0) {
+  const bool failed_write =
+      static_cast<uint32_t>(result) == ZMV_E_WRITE || (avi() && static_cast<uint32_t>(result) == ZMV_E_FAIL);
+  if (failed_write && write_errno_ != 0) {
     const std::string reason = std::strerror(write_errno_);
     Finish();
     throw ToolError(fmt::format("{}: recording ends early: {}", files_.back().path, reason));

@@ -1,4 +1,7 @@
 // Writes frames into one recording, or a row of recordings that are split by time or size, through the writer facade.
+//
+// An AVI stores no times: its frames are evenly spaced, at the measured rate. It stores no configuration of H.264
+// either: parameter sets go in front of every key frame that lacks them.
 #ifndef ZMV_TOOLS_RECORDER_H
 #define ZMV_TOOLS_RECORDER_H
 
@@ -10,6 +13,7 @@
 #include "facade/zmvstream_writer.h"
 #include "tools/zmv/console.h"
 #include "tools/zmv/duration_clock.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/media_source.h"
 
 namespace zmv::tool {
@@ -19,6 +23,7 @@ constexpr uint32_t kTextTimeScale = 1000;
 
 struct RecorderOptions {
   std::string path;
+  Container container = Container::kMp4;
   bool force = false;
   uint32_t max_size = 0;     // bytes of a file; 0: no limit
   int64_t split_us = 0;      // a new file at the next key frame after so long; 0: one file
@@ -65,15 +70,20 @@ class Recorder {
     uint32_t track;
     int64_t nominal_us;
     DurationClock clock;
-    int64_t base_us;  // time of its first frame in this file; none yet when negative
+    int64_t base_us;    // time of its first frame in this file; none yet when negative
+    int64_t last_us;    // of the frame before, from there
+    int64_t widest_us;  // largest distance of two frames
   };
 
+  bool avi() const { return options_.container == Container::kAvi; }
   void OpenFile();
   void ResetTracks();
   bool StartsFile(const MediaFrame& frame) const;
   void NextFile(const MediaFrame& frame);
   int32_t Put(const MediaFrame& frame);
   int32_t PutBlank(Track& track, size_t index);
+  void FillPayload(const Track& track, const MediaFrame& frame);
+  void ReportUnevenness() const;
   int32_t Hand(Track& track, size_t index, const MediaFrame& frame, int64_t us);
 
   RecorderOptions options_;

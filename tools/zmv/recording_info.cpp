@@ -74,9 +74,18 @@ class Streams {
   // Sizes come from the sample table, bit rates from sizes and durations: the description has neither for all codecs.
   void AddSizes(Json& stream, uint32_t media, uint32_t track, uint32_t duration) {
     const TrackTables* tables = TableOf(tables_, media, track);
-    const uint64_t bytes = tables != nullptr ? SampleBytes(file_, *tables) : 0;
+    const RiffTrack* riff = playback_.Riff(media, track);
+    const uint64_t bytes = tables != nullptr ? SampleBytes(file_, *tables) : riff != nullptr ? riff->bytes : 0;
+    if (riff != nullptr && riff->hidden > 0) stream["frames_without_index"] = riff->hidden;
     stream["bytes"] = bytes;
     stream["bit_rate"] = duration > 0 ? Json(bytes * kBitsPerByteAndSecond / duration) : Json(nullptr);
+  }
+
+  // Frames of an AVI are evenly spaced by what its header says.
+  Json FrameRate(const ZMVVideoInfo& video, uint32_t track) const {
+    const RiffTrack* riff = playback_.Riff(ZMV_MEDIA_VIDEO, track);
+    if (riff != nullptr && riff->stream.scale > 0) return static_cast<double>(riff->stream.rate) / riff->stream.scale;
+    return video.dwDuration > 0 ? Json(1000.0 * video.dwFrames / video.dwDuration) : Json(nullptr);
   }
 
   Json Video(const ZMVVideoInfo& video, uint32_t track) {
@@ -86,7 +95,7 @@ class Streams {
     stream["height"] = video.dwHeight;
     stream["frames"] = video.dwFrames;
     stream["duration_ms"] = video.dwDuration;
-    stream["frame_rate"] = video.dwDuration > 0 ? Json(1000.0 * video.dwFrames / video.dwDuration) : Json(nullptr);
+    stream["frame_rate"] = FrameRate(video, track);
     if (video.dwSpherical != 0) {
       stream["spherical"] = {{"projection_mode", video.dwProjectionMode},
                              {"type_zero", video.dwStereoTypeZero != 0},
@@ -126,14 +135,19 @@ class Streams {
 }  // namespace
 
 Json DescribeRecording(const std::string& path, const FileMap& map) {
-  Json info = {{"file", path}, {"container", "MP4"}, {"brand", map.brand}, {"size", map.size}};
+  Json info = {{"file", path}, {"container", ContainerName(map.container)}};
+  const bool avi = map.container == Container::kAvi;
+  info["brand"] = avi ? Json(nullptr) : Json(map.brand);
+  if (avi) info["index"] = map.index.empty() ? Json(nullptr) : Json(map.index);
+  info["size"] = map.size;
   info["duration_ms"] = nullptr;
   info["health"] = HealthJson(map);
   info["rebuilt"] = map.recovered;
   info["build"] = map.build.empty() ? Json(nullptr) : Json(map.build);
+  if (avi) info["software"] = map.software.empty() ? Json(nullptr) : Json(map.software);
   info["fragmented"] = map.fragmented;
   info["streams"] = Json::array();
-  if (map.indexed) {
+  if (map.readable) {
     Streams streams(path);
     info["duration_ms"] = streams.duration();
     info["streams"] = streams.All();

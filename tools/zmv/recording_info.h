@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/file_map.h"
 
 namespace zmv::tool {
 

@@ -2,8 +2,6 @@
 
 #include <fmt/core.h>
 
-#include "tools/zmv/playback.h"
-
 namespace zmv::tool {
 
 Json ReportFiles(const Recorder& recorder, Console& console) {
@@ -23,6 +21,19 @@ Json ReportFiles(const Recorder& recorder, Console& console) {
     list.push_back({{"file", file.path}, {"duration_ms", file.duration_ms}, {"tracks", tracks}});
   }
   return list;
+}
+
+void ReportHealth(const Playback& playback, Session& session) {
+  const FileMap& map = playback.map();
+  for (uint32_t track = 0; track < playback.TrackCount(ZMV_MEDIA_TEXT); ++track) {
+    const RiffTrack* riff = playback.Riff(ZMV_MEDIA_TEXT, track);
+    if (riff == nullptr || riff->hidden == 0) continue;
+    session.console.Warning(fmt::format("{}: text {}: its {} frames cannot be told without an index", playback.path(),
+                                        track, riff->hidden));
+  }
+  if (map.health == Health::kComplete || session.exit_code != kExitDone) return;
+  session.console.Warning(playback.path() + ": " + map.sentence);
+  session.exit_code = ExitCodeOf(map.health);
 }
 
 }  // namespace zmv::tool

@@ -41,6 +41,11 @@ std::string SphericalLine(const Json& spherical) {
                      bounds[0].get<uint32_t>(), bounds[1].get<uint32_t>(), bounds[2].get<uint32_t>());
 }
 
+std::string FormText(const Json& info) {
+  if (!info.contains("index")) return Text(info["brand"]);
+  return info["index"].is_string() ? "index " + Text(info["index"]) : std::string("no index");
+}
+
 void AppendStreams(const Json& info, std::string& out) {
   if (info["streams"].empty()) return;
   out += "\nStreams\n";
@@ -56,13 +61,15 @@ void AppendStreams(const Json& info, std::string& out) {
 void AppendUser(const Json& info, std::string& out) {
   const Json& user = info["user"];
   if (user["gps_entries"].is_null() && user["sensor_entries"].is_null() && user["aidd"].is_null()) return;
-  out += "\nUser boxes\n";
+  const bool avi = info.contains("index");
+  out += avi ? "\nUser value\n" : "\nUser boxes\n";
   if (user["gps_entries"].is_number())
     out += fmt::format("  GPSR  {} positions\n", user["gps_entries"].get<uint32_t>());
   if (user["sensor_entries"].is_number())
     out += fmt::format("  SENS  {} sensor samples\n", user["sensor_entries"].get<uint32_t>());
   if (user["aidd"].is_object()) {
-    out += fmt::format("  AIDD  0x{:08X} at byte {}\n", user["aidd"]["value"].get<uint32_t>(),
+    const auto value = user["aidd"]["value"].get<uint32_t>();
+    out += fmt::format("  AIDD  {} at byte {}\n", avi ? fmt::format("0x{:04X}", value) : fmt::format("0x{:08X}", value),
                        Grouped(user["aidd"]["position"].get<uint64_t>()));
   }
 }
@@ -84,9 +91,10 @@ void AppendFront(const Json& info, std::string& out) {
 }
 
 void AppendBoxes(const Json& info, std::string& out) {
-  out += fmt::format("\nStructure\n  {:<6}{:>15}{:>15}\n", "box", "position", "size");
+  out +=
+      fmt::format("\nStructure\n  {:<10}{:>15}{:>15}\n", info.contains("index") ? "chunk" : "box", "position", "size");
   for (const Json& box : info["boxes"]) {
-    out += fmt::format("  {:<6}{:>15}{:>15}\n", Text(box["type"]), Grouped(box["position"].get<uint64_t>()),
+    out += fmt::format("  {:<10}{:>15}{:>15}\n", Text(box["type"]), Grouped(box["position"].get<uint64_t>()),
                        Grouped(box["size"].get<uint64_t>()));
   }
   const uint64_t more = info["box_count"].get<uint64_t>() - info["boxes"].size();
@@ -97,11 +105,14 @@ void AppendBoxes(const Json& info, std::string& out) {
 
 std::string RecordingText(const Json& info) {
   std::string out = Text(info["file"]) + "\n";
-  out += fmt::format("  {} ({}), {} bytes, {}\n", Text(info["container"]), Text(info["brand"]),
+  out += fmt::format("  {} ({}), {} bytes, {}\n", Text(info["container"]), FormText(info),
                      Grouped(info["size"].get<uint64_t>()), Clock(info["duration_ms"]));
   out += fmt::format("  {}\n", Text(info["health"]["message"]));
   if (info["fragmented"].get<bool>()) out += "  frames in fragments; counts and rates cover those of the index only\n";
   if (info["rebuilt"].get<bool>()) out += "  rebuilt from a cut recording\n";
+  if (info.contains("software") && info["software"].is_string()) {
+    out += fmt::format("  written by {}\n", Text(info["software"]));
+  }
   if (info["build"].is_string()) out += fmt::format("  written by a library of {}\n", Text(info["build"]));
   AppendStreams(info, out);
   AppendUser(info, out);

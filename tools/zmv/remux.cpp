@@ -6,26 +6,29 @@
 #include <memory>
 #include <optional>
 
+#include "tools/zmv/aac.h"
 #include "tools/zmv/aidd.h"
-#include "tools/zmv/box_scan.h"
 #include "tools/zmv/commands.h"
 #include "tools/zmv/config_text.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/import_plan.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/playback.h"
 #include "tools/zmv/recorder.h"
 #include "tools/zmv/recording_report.h"
 #include "tools/zmv/stream_file.h"
+#include "tools/zmv/track_source.h"
 #include "tools/zmv/track_tables.h"
 
 namespace zmv::tool {
 namespace {
 
 constexpr int64_t kMillisecondUs = 1000;
-constexpr int64_t kStampTolerance = 1500;  // microseconds between the two forms of a time stamp
 constexpr uint64_t kSecondMs = 1000;
 constexpr uint64_t kThousandthsPerMs = 1000000;  // frames a millisecond as thousandths a second
 constexpr uint32_t kPcmBits = 16;
+constexpr uint64_t kMostSamplesPerFrame = 8192;
+constexpr const char* kAdvice = "`zmv import` records such files";
 
 struct RemuxArguments {
   std::string input;
@@ -36,90 +39,7 @@ struct RemuxArguments {
 
 double Part(uint64_t done, uint64_t all) { return all == 0 ? 1 : static_cast<double>(done) / static_cast<double>(all); }
 
-// One track of a recording.
-class TrackSource : public MediaSource {
- public:
-  TrackSource(Playback& playback, uint32_t media, uint32_t track) : playback_(playback), track_(track) {
-    StreamDescription description;
-    description.media = media;
-    description.label = fmt::format("{} {}", MediaName(media), track);
-    streams_.push_back(description);
-  }
-
-  // Other programs put comments and delimiters into their samples beside the picture, and pictures of several units.
-  void KeepPicturesOnly(VideoCodec codec, ByteView parameter_sets) {
-    filter_.emplace(codec);
-    filter_->Learn(parameter_sets);
-  }
-  void Start() { has_ahead_ = Take(ahead_); }
-
-  const std::vector<StreamDescription>& streams() const override { return streams_; }
-  int64_t duration_us() const override { return int64_t{playback_.info().dwDuration} * kMillisecondUs; }
-  double progress() const override { return Part(taken_, promised()); }
-
-  bool Read(MediaFrame& frame) override {
-    if (!has_ahead_) return false;
-    frame = std::move(ahead_);
-    has_ahead_ = Take(ahead_);
-    return true;
-  }
-
-  StreamDescription& description() { return streams_[0]; }
-  uint32_t media() const { return streams_[0].media; }
-  uint32_t track() const { return track_; }
-  uint32_t promised() const { return playback_.FrameCount(media(), track_); }
-  uint64_t taken() const { return taken_; }
-  size_t first_size() const { return has_ahead_ ? ahead_.data.size() : 0; }
-
- private:
-  // Frames that cannot be read are passed over: those behind them keep their times.
-  bool Take(MediaFrame& out) {
-    while (tried_ < promised()) {
-      ZMVFrame frame;
-      const Playback::Found found = playback_.TryRead(media(), track_, frame);
-      if (found == Playback::Found::kEnd) return false;
-      ++tried_;
-      if (found == Playback::Found::kLost) continue;
-      ++taken_;
-      out = {media(), 0, TimeOf(frame), frame.dwKeyFrame == ZMV_KEY_FRAME, PayloadOf(frame)};
-      if (!out.data.empty() || !filter_) return true;
-    }
-    return false;
-  }
-
-  Bytes PayloadOf(const ZMVFrame& frame) {
-    const ByteView payload = Playback::Payload(frame);
-    if (!filter_) return Bytes(payload.begin(), payload.end());
-    PictureFilter::Picture picture = filter_->Take(payload);
-    if (picture.slices > 1 || picture.new_parameters) {
-      throw ToolError(fmt::format("{}: {} {}: picture {} {}", playback_.path(), MediaName(media()), track_, tried_ - 1,
-                                  picture.slices > 1 ? "consists of several slices, which players would misread"
-                                                     : "brings parameter sets of its own, which would be lost"));
-    }
-    return std::move(picture.payload);
-  }
-
-  // Milliseconds are cut. Video also has microseconds, in single precision and up to 71 minutes, which are used to fill
-  // the rest of the millisecond.
-  static int64_t TimeOf(const ZMVFrame& frame) {
-    const int64_t whole = static_cast<int64_t>(frame.llTimeStamp) * kMillisecondUs;
-    const auto fine = static_cast<int64_t>(frame.llTimeStampUs);
-    if (frame.dwMediaType != ZMV_MEDIA_VIDEO || fine < whole - kStampTolerance ||
-        fine > whole + kMillisecondUs + kStampTolerance) {
-      return whole;
-    }
-    return std::clamp(fine, whole, whole + kMillisecondUs - 1);
-  }
-
-  Playback& playback_;
-  uint32_t track_;
-  std::vector<StreamDescription> streams_;
-  MediaFrame ahead_;
-  std::optional<PictureFilter> filter_;
-  bool has_ahead_ = false;
-  uint64_t tried_ = 0;
-  uint64_t taken_ = 0;
-};
+bool IsPcm(const ZMVAudioInfo& audio) { return audio.dwFormat == ZMV_AUDIO_PCM || audio.dwFormat == ZMV_AUDIO_PCM_LE; }
 
 class Remux {
  public:
@@ -133,11 +53,13 @@ class Remux {
     RequireWritable(arguments_.output, arguments_.force);
     map_ = ScanReadable(arguments_.input);
     playback_ = std::make_unique<Playback>(arguments_.input);
-    RequireCopyable();
+    to_avi_ = ContainerOfName(arguments_.output) == Container::kAvi;
+    if (!from_avi()) RequireCopyable();
     OpenTracks();
     const ImportPlan plan = Plan();
     RecorderOptions options;
     options.path = arguments_.output;
+    options.container = plan.container;
     options.force = arguments_.force;
     options.expected_ms = std::min<uint64_t>(playback_->info().dwDuration, kMaxExpectedMs);
     Recorder recorder(options, plan.info, plan.nominal_us, session_.console);
@@ -150,7 +72,6 @@ class Remux {
  private:
   // What the reader delivers of these forms would make a recording that looks sound and is not.
   void RequireCopyable() const {
-    constexpr const char* kAdvice = "`zmv import` records such files";
     if (map_.fragmented) {
       throw ToolError(fmt::format("{}: its frames stand in fragments; {}", arguments_.input, kAdvice));
     }
@@ -177,6 +98,8 @@ class Remux {
   void OpenTracks() {
     for (const uint32_t media : {ZMV_MEDIA_VIDEO, ZMV_MEDIA_AUDIO, ZMV_MEDIA_TEXT}) {
       for (uint32_t track = 0; track < playback_->TrackCount(media); ++track) {
+        const RiffTrack* riff = playback_->Riff(media, track);
+        if (riff != nullptr && riff->hidden > 0) continue;
         auto source = std::make_unique<TrackSource>(*playback_, media, track);
         if (media == ZMV_MEDIA_VIDEO) DescribeVideo(*source);
         source->Start();
@@ -202,16 +125,41 @@ class Remux {
     description.video = playback_->info().m_Video[source.track()];
     ZMVVideoInfo& video = description.video;
     const std::optional<VideoCodec> codec = CodecOf(video.dwFourCC);
-    if (!codec) Refuse(source, fmt::format("codec {} cannot be recorded", tool::DescribeVideo(video).name));
-    video.dwFourCC = *codec == VideoCodec::kH264 ? ZMV_FOURCC('H', '2', '6', '4') : ZMV_FOURCC('H', '2', '6', '5');
-    // A recording of this library has its frames' records, and its payloads are copied byte for byte.
-    if (map_.front.empty()) {
-      source.KeepPicturesOnly(
-          *codec, ByteView(video.abExtraData, std::min<size_t>(video.dwExtraDataSize, sizeof(video.abExtraData))));
+    if (codec) {
+      video.dwFourCC = *codec == VideoCodec::kH264 ? ZMV_FOURCC('H', '2', '6', '4') : ZMV_FOURCC('H', '2', '6', '5');
+      PrepareParameterSets(source, *codec, video);
+    } else if (!to_avi_) {
+      Refuse(source, fmt::format("codec {} cannot be recorded in an MP4", tool::DescribeVideo(video).name));
     }
     description.nominal_us = NominalUs(video.dwDuration, video.dwFrames, kUsual);
-    // The reader's rate comes from whole milliseconds a frame.
-    if (video.dwDuration > 0) {
+    PlanRate(source, video);
+  }
+
+  void PrepareParameterSets(TrackSource& source, VideoCodec codec, ZMVVideoInfo& video) const {
+    const ByteView stored(video.abExtraData, std::min<size_t>(video.dwExtraDataSize, sizeof(video.abExtraData)));
+    if (from_avi()) {
+      PictureFilter filter(codec);
+      filter.Learn(stored);
+      if (!to_avi_ && *filter.Missing() != '\0') Refuse(source, fmt::format("it lacks {}", filter.Missing()));
+      // Format chunks come padded.
+      const Bytes sets = filter.ParameterSets();
+      std::copy(sets.begin(), sets.end(), video.abExtraData);
+      video.dwExtraDataSize = static_cast<uint32_t>(sets.size());
+    }
+    // A recording of this library has its frames' records, and its payloads are copied byte for byte; so are those that
+    // go to an AVI, which keeps access units as they are.
+    if (!to_avi_ && (from_avi() || map_.front.empty())) source.KeepPicturesOnly(codec, stored);
+  }
+
+  // The reader's rate of an MP4 comes from whole milliseconds a frame.
+  void PlanRate(const TrackSource& source, ZMVVideoInfo& video) const {
+    const RiffTrack* riff = playback_->Riff(ZMV_MEDIA_VIDEO, source.track());
+    if (riff != nullptr && riff->stream.scale > 0) {
+      const uint64_t rate = uint64_t{riff->stream.rate} * kSecondMs / riff->stream.scale;
+      video.dwFrameRate = static_cast<uint32_t>(std::min<uint64_t>(rate, UINT32_MAX));
+      const bool whole = riff->stream.rate % riff->stream.scale == 0;
+      video.dwFixedRate = whole ? video.dwFrameRate : 0;
+    } else if (video.dwDuration > 0) {
       video.dwFrameRate =
           static_cast<uint32_t>(std::min<uint64_t>(video.dwFrames * kThousandthsPerMs / video.dwDuration, UINT32_MAX));
     }
@@ -223,34 +171,66 @@ class Remux {
     description.audio = playback_->info().m_Audio;
     ZMVAudioInfo& audio = description.audio;
     description.nominal_us = NominalUs(audio.dwDuration, audio.dwFrames, kUsual);
-    if (audio.dwFormat == ZMV_AUDIO_PCM || audio.dwFormat == ZMV_AUDIO_PCM_LE) {
+    if (IsPcm(audio)) {
       DescribePcm(source, audio);
-    } else if (audio.dwFormat != ZMV_AUDIO_AAC && audio.dwFormat != ZMV_AUDIO_MPEG) {
-      Refuse(source, fmt::format("codec {} cannot be recorded", tool::DescribeAudio(audio).name));
+      return;
     }
+    if (!to_avi_ && audio.dwFormat != ZMV_AUDIO_AAC && audio.dwFormat != ZMV_AUDIO_MPEG) {
+      Refuse(source, fmt::format("codec {} cannot be recorded in an MP4", tool::DescribeAudio(audio).name));
+    }
+    audio.dwBlockAlign = 0;
+    audio.dwSamplesPerFrame = SamplesPerFrame(source, audio);
+  }
+
+  // The spacing of compressed audio in an AVI. Every chunk is to hold one frame.
+  uint32_t SamplesPerFrame(const TrackSource& source, const ZMVAudioInfo& audio) const {
+    const RiffTrack* riff = playback_->Riff(ZMV_MEDIA_AUDIO, source.track());
+    if (riff != nullptr) {
+      const RiffStream& stream = riff->stream;
+      const uint64_t samples = stream.rate == 0 ? 0 : uint64_t{stream.scale} * audio.dwSampleRate / stream.rate;
+      if (stream.sample_size != 0 || samples == 0 || samples > kMostSamplesPerFrame) {
+        Refuse(source,
+               fmt::format("its frames stand together in chunks, from which they cannot be told apart; {}", kAdvice));
+      }
+      return static_cast<uint32_t>(samples);
+    }
+    if (audio.dwFormat == ZMV_AUDIO_MPEG) {
+      constexpr uint32_t kLowRates = 32000;  // below, a frame of layer 3 has half as many samples
+      constexpr uint32_t kLayer3Samples = 1152;
+      return audio.dwSampleRate < kLowRates ? kLayer3Samples / 2 : kLayer3Samples;
+    }
+    const uint64_t measured =
+        audio.dwFrames == 0 ? 0 : uint64_t{audio.dwDuration} * audio.dwSampleRate / (kSecondMs * audio.dwFrames);
+    return measured > 3 * kAacSamplesPerFrame / 2 ? 2 * kAacSamplesPerFrame : kAacSamplesPerFrame;
   }
 
   // The reader calls every byte order by one name; what the recording was begun with stands in its recovery box.
-  void DescribePcm(const TrackSource& source, ZMVAudioInfo& audio) const {
-    if (audio.dwChannels != 1 || audio.dwBitsPerSample != kPcmBits) {
-      Refuse(source, "PCM other than mono of 16 bits would play at the wrong speed");
+  void DescribePcm(TrackSource& source, ZMVAudioInfo& audio) const {
+    if (!to_avi_ && (audio.dwChannels != 1 || audio.dwBitsPerSample != kPcmBits)) {
+      Refuse(source, "PCM other than mono of 16 bits would play at the wrong speed in an MP4");
     }
+    if (to_avi_) {
+      audio.dwFormat = ZMV_AUDIO_PCM;
+      return;
+    }
+    source.KeepFramesEqual();
     const auto front = std::find_if(map_.front.begin(), map_.front.end(),
                                     [](const FrontStream& stream) { return stream.media == "audio"; });
     const bool stated = front != map_.front.end() && front->code == fmt::format("0x{:X}", ZMV_AUDIO_PCM);
-    audio.dwFormat = stated ? ZMV_AUDIO_PCM : ZMV_AUDIO_PCM_LE;
+    audio.dwFormat = stated && !from_avi() ? ZMV_AUDIO_PCM : ZMV_AUDIO_PCM_LE;
     audio.dwSamplesPerFrame = static_cast<uint32_t>(source.first_size() / (kPcmBits / 8));
     audio.dwBlockAlign = static_cast<uint32_t>(source.first_size());
   }
 
   ImportPlan Plan() {
     const uint32_t texts = playback_->TrackCount(ZMV_MEDIA_TEXT);
-    const bool boxes = map_.gps_entries || map_.sensor_entries || map_.aidd;
-    if (boxes && texts == 0) {
+    const bool from_boxes = !from_avi() && (map_.gps_entries || map_.sensor_entries || map_.aidd);
+    const bool boxes = !to_avi_ && (from_boxes || (from_avi() && HoldsPositions()));
+    if (from_boxes && texts == 0) {
       session_.console.Warning(arguments_.input + ": its user boxes have no text track and are left out");
     }
-    ImportPlan plan =
-        PlanImport(sources_, SoftwareText(arguments_.software, boxes && texts > 0, session_.console), session_.console);
+    ImportPlan plan = PlanImport(sources_, SoftwareText(arguments_.software, boxes && texts > 0, session_.console),
+                                 session_.console, to_avi_ ? Container::kAvi : Container::kMp4);
     uint64_t samples = 0;
     for (const auto& source : sources_) {
       const auto& track = static_cast<const TrackSource&>(*source);
@@ -260,10 +240,22 @@ class Remux {
       text.dwTimeScale = kTextTimeScale;
       plan.tracks.push_back({source.get(), 0, ZMV_MEDIA_TEXT, plan.info.dwTextCount++});
       plan.nominal_us.push_back(NominalUs(text.dwDuration, text.dwFrames, int64_t{kSecondMs} * kMillisecondUs));
+      if (to_avi_) PlanAviText(plan.nominal_us.back(), text);
       samples += track.promised();
     }
-    if (texts > 0) PlanUserData(samples, playback_->info().dwDuration / kSecondMs, plan.info);
+    if (to_avi_ && plan.info.dwTextCount > 0) {
+      session_.console.Note(arguments_.output + ": an AVI stores no times: in it text frames are evenly spaced");
+    }
+    if (!to_avi_ && texts > 0) PlanUserData(samples, playback_->info().dwDuration / kSecondMs, plan.info);
     return plan;
+  }
+
+  bool from_avi() const { return map_.container == Container::kAvi; }
+
+  bool HoldsPositions() const {
+    const ZMVFileInfo& info = playback_->info();
+    return std::any_of(info.m_Text, info.m_Text + info.dwTextCount,
+                       [](const ZMVTextInfo& text) { return text.dwFourCC == ZMV_FOURCC('G', 'P', 'S', ' '); });
   }
 
   void Copy(const ImportPlan& plan, Recorder& recorder) {
@@ -286,7 +278,12 @@ class Remux {
   void KeepAidd() const {
     if (!map_.aidd || map_.aidd->value == 0) return;
     const FileMap written = ScanFile(arguments_.output);
-    if (written.aidd) RewriteAidd(arguments_.output, written.aidd->position, map_.aidd->value);
+    if (!written.aidd || map_.aidd->value > written.aidd->largest()) {
+      session_.console.Warning(
+          fmt::format("{}: its AIDD value {} has no place in the new recording", arguments_.input, map_.aidd->value));
+      return;
+    }
+    RewriteAidd(arguments_.output, *written.aidd, map_.aidd->value);
   }
 
   void Report(const ImportPlan& plan, const Recorder& recorder) {
@@ -298,7 +295,7 @@ class Remux {
                                            track.streams()[0].label, track.taken(), track.promised()));
       session_.exit_code = kExitDamaged;
     }
-    if (map_.health == Health::kDamaged) session_.exit_code = kExitDamaged;
+    ReportHealth(*playback_, session_);
     if (!session_.json) return;
     const Json report = {{"files", files}, {"software", plan.info.szSoftware}};
     fmt::print("{}\n", JsonText(report));
@@ -306,6 +303,7 @@ class Remux {
 
   const RemuxArguments& arguments_;
   Session& session_;
+  bool to_avi_ = false;
   FileMap map_;
   std::unique_ptr<Playback> playback_;
   std::vector<std::unique_ptr<MediaSource>> sources_;
@@ -319,8 +317,10 @@ void AddRemux(CLI::App& app, Session& session) {
       app, session, "remux",
       "Records a recording's frames anew.\n\n"
       "Payloads and key frames stay as they are, times to the millisecond. User boxes are made anew from the "
-      "text track.",
-      "  zmv remux drive.mp4 -o copy.mp4");
+      "text track. OUT is an AVI when its name ends in .avi, else an MP4. An AVI stores no times, its frames are "
+      "evenly "
+      "spaced; H.264 parameter sets stand in its key frames, in an MP4 in front of them all.",
+      "  zmv remux drive.mp4 -o copy.mp4\n  zmv remux drive.mp4 -o drive.avi");
   command->add_option("IN", arguments->input, "The recording")->required();
   command->add_option("-o,--output", arguments->output, "The new recording")->required();
   command->add_option("--software", arguments->software, "Software text of the recording, at most 63 bytes");

@@ -65,6 +65,16 @@ uint32_t StreamFile::U32() {
   return static_cast<uint32_t>(ZMVStreamBuf_ReadDWordBE(stream_, cursor_, &error));
 }
 
+uint32_t StreamFile::LittleU32() {
+  int64_t error = 0;
+  return static_cast<uint32_t>(ZMVStreamBuf_ReadDWordLE(stream_, cursor_, &error));
+}
+
+uint16_t StreamFile::LittleU16() {
+  int64_t error = 0;
+  return static_cast<uint16_t>(ZMVStreamBuf_ReadWordLE(stream_, cursor_, &error));
+}
+
 std::string StreamFile::Code() {
   uint8_t bytes[4] = {};
   Read(bytes, sizeof(bytes));

@@ -1,4 +1,4 @@
-// A file read through a stream handle and one cursor: the tool's own looks into a recording's boxes.
+// A file read through a stream handle and one cursor: the tool's own looks into a recording's boxes and chunks.
 #ifndef ZMV_TOOLS_STREAM_FILE_H
 #define ZMV_TOOLS_STREAM_FILE_H
 
@@ -34,6 +34,9 @@ class StreamFile {
   uint32_t Read(void* to, uint32_t count);
   // A big-endian number; 0 beyond the end.
   uint32_t U32();
+  // Little-endian numbers; 0 beyond the end.
+  uint32_t LittleU32();
+  uint16_t LittleU16();
   // Four characters.
   std::string Code();
   // The header of the box at `position`, cut to nothing: false when fewer than 8 bytes are left before `end`.

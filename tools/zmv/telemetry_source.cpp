@@ -27,17 +27,18 @@ TelemetrySource::TelemetrySource(const TelemetryPlace& place) : place_(place) {
   if (map.health == Health::kNotRecording) throw ToolError(place.path + ": " + map.sentence, kExitNotRecording);
   health_ = map.health;
   sentence_ = map.sentence;
-  if (map.indexed) playback_ = std::make_unique<Playback>(place.path);
+  if (map.readable) playback_ = std::make_unique<Playback>(place.path);
   const uint32_t tracks = playback_ ? playback_->TrackCount(ZMV_MEDIA_TEXT) : 0;
   promised_ = tracks > 0 ? playback_->FrameCount(ZMV_MEDIA_TEXT, place.track) : 0;
   // With a second text track the entries of both are mixed. A single entry without a text frame is left from an earlier
   // recording.
-  const bool left_over = map.indexed && promised_ == 0 && map.gps_entries == 1u;
-  if (!map.indexed) OpenCut(map);
+  const bool left_over = map.readable && promised_ == 0 && map.gps_entries == 1u;
+  if (!map.readable && map.container == Container::kMp4) OpenCut(map);
   if (tracks <= 1 && place.track == 0 && !left_over) ChooseBoxes(map, promised_);
   if (promised_ == 0) playback_ = nullptr;
   if (reads_boxes() || promised_ > 0) return;
-  if (!map.indexed) throw ToolError(place.path + ": " + map.sentence, ExitCodeOf(map.health));
+  const bool unindexed = map.container == Container::kAvi && map.index.empty();
+  if (!map.readable || unindexed) throw ToolError(place.path + ": " + map.sentence, ExitCodeOf(map.health));
   throw ToolError(tracks > place.track || tracks == 0
                       ? place.path + ": holds no positions"
                       : fmt::format("{}: has no text track {}", place.path, place.track));

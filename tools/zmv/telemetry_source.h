@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/gps_point.h"
 #include "tools/zmv/playback.h"
 #include "tools/zmv/record_walk.h"
