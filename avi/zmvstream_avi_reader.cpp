@@ -94,9 +94,10 @@ int32_t FindRiff(AVIReaderHandle& handle) {
     result = ReadCodeAt(handle, kPrefixOffset, &handle.m_dwBase, kFunction);
     return Failed(result) ? result : SeekTo(handle, handle.m_dwBase, kFunction);
   }
-  result = ReadCodeAt(handle, kChunkHeaderSize, &code, kFunction);
+  uint8_t size_and_form[kListHeaderSize - sizeof code];
+  result = ReadAt(handle, sizeof code, size_and_form, sizeof size_and_form, kFunction);
   if (Failed(result)) return result;
-  if (IsReadableForm(code)) return 0;
+  if (IsReadableForm(LoadLE32(size_and_form + 4))) return 0;
   ::ZMV_Trace(kModule.tag, kTraceError, kModule.source, __LINE__, kFunction, "AVIReaderOpen - File is not AVI\n");
   return Result(ZMV_E_FAIL);
 }
