@@ -42,7 +42,7 @@ TEST_F(AviFrames, OddFrameRate_StampsInSinglePrecision) {
   AviSpec file = Video({}, 29970);
   for (uint8_t i = 0; i < 8; ++i) file.chunks.push_back({"00dc", Payload(4, i)});
   Load(file);
-  for (uint64_t expected : {0, 33, 66, 100, 133, 166, 200, 233}) {
+  for (uint32_t expected : {0u, 33u, 66u, 100u, 133u, 166u, 200u, 233u}) {
     const ReadResult frame = Read(ZMV_MEDIA_VIDEO);
     EXPECT_EQ(frame.frame.llTimeStamp, expected);
     EXPECT_EQ(frame.frame.dwDuration, 33u);

@@ -448,7 +448,11 @@ TEST_F(AviScanProperty, RandomFiles_GiveTheFramesOfAPlainScan) {
         ASSERT_EQ(PlaceOf(number).position, plain.position) << "run " << run;
         ASSERT_EQ(PlaceOf(number).cursor, plain.position) << "run " << run;
         ASSERT_EQ(PlaceOf(number).pad != 0, plain.pad) << "run " << run;
-        code != 0 ? ++failures : ++frames;
+        if (code != 0) {
+          ++failures;
+        } else {
+          ++frames;
+        }
       }
     }
   }
