@@ -95,6 +95,13 @@ class ReaderRecords : public ::testing::Test {
     }
   }
 
+  // Only so many bytes of the file are there from now on.
+  void Present(uint32_t size) {
+    static uint32_t present;
+    present = size;
+    for (auto& record : records_) record->m_hStream->CurSize = [](void*) { return int64_t{present}; };
+  }
+
   AVIReaderHandle* Reader() { return handle_.get(); }
   AVIReaderStream& Stream(uint32_t number) { return *handle_->m_pStream[number]; }
   ReadingPlace PlaceOf(uint32_t number) {
