@@ -120,7 +120,7 @@ class ReaderRecords : public ::testing::Test {
     result.frame.dwBufSize = capacity;
     result.frame.dwMediaType = media;
     result.frame.dwTrack = track;
-    result.frame.dwKeyFrame = kUntouched;
+    result.frame.dwKeyFrame = result.frame.dwSize = kUntouched;
     result.code = Code(AVIReaderReadFrame(Reader(), &result.frame));
     EXPECT_EQ(ByteVector(buffer.end() - 8, buffer.end()), ByteVector(8, kGuard)) << "written past the buffer";
     if (result.code == 0) {
