@@ -28,6 +28,15 @@ inline uint32_t DataEnd(ZMVStreamBuf& stream) {
   return size < 0 ? 0 : SaturatingU32(static_cast<uint64_t>(size));
 }
 
+// True when the data is present up to `position`. Data never goes away, so a stream has to be asked only about
+// positions beyond those that it was known to reach.
+inline bool Reaches(AVIReaderStream& stream, uint64_t position) {
+  if (position <= stream.m_dwDataEnd) [[likely]]
+    return true;
+  stream.m_dwDataEnd = DataEnd(*stream.m_hStream);
+  return position <= stream.m_dwDataEnd;
+}
+
 // Moves a cursor to `position`. Where the distance fits a Skip that is used, because it keeps what the cursor has
 // cached when the target lies inside; the distance is taken from where the cursor stands, so earlier short reads do not
 // matter.

@@ -40,6 +40,7 @@ struct AVIReaderStream {
   uint32_t m_dwPendingSize;  // of the chunk that was found and not yet read; 0 = none
   uint8_t m_bPadPending;     // scanning: a pad byte follows that chunk
   uint32_t m_dwPos;          // file position at which reading goes on
+  uint32_t m_dwDataEnd;      // as far as data is known to be present; asked again for what lies beyond
 
   // The index, in the order of the file.
   AVIReaderIndexEntry* m_pIndex;  // owned

@@ -139,7 +139,7 @@ bool Search(const AVIReaderHandle& handle, AVIReaderStream& stream, bool first_e
   if (!FindPlace(stream, first_entry, *time, mode, &place)) return false;
   const AVIReaderIndexEntry& entry = stream.m_pIndex[place.entry];
   const uint64_t end = uint64_t{handle.m_dwBase} + entry.m_dwPos + entry.m_dwSize;
-  if (end > DataEnd(*stream.m_hStream)) return false;
+  if (!Reaches(stream, end)) return false;
   stream.m_dwSeekEntry = place.entry;
   stream.m_dwSeekFrame = place.frame;
   stream.m_dwSeekUnits = place.units;

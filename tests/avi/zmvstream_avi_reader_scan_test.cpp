@@ -307,6 +307,16 @@ TEST_F(AviScan, DataThatGrows_IsSearchedByteByByte) {
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, Payload(5, 1));
 }
 
+TEST_F(AviScan, DataThatHasGrown_IsFound) {
+  ScanBytes(Join({Frame(1), Frame(2), Frame(3)}));
+  Present(16);
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, Payload(5, 1));
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_END);
+  EXPECT_EQ(PlaceOf(0).position, 14u) << "in front of what may become a code";
+  Present(42);
+  EXPECT_EQ(ReadAll(ZMV_MEDIA_VIDEO), (std::vector<ByteVector>{Payload(5, 2), Payload(5, 3)}));
+}
+
 // Every read of the host fails once: at most one frame is lost, and no wrong one comes.
 TEST_F(AviScan, EveryFailedRead_LosesAtMostOneFrame) {
   const AviSpec file = Interleaved();
@@ -448,7 +458,11 @@ TEST_F(AviScanProperty, RandomFiles_GiveTheFramesOfAPlainScan) {
         ASSERT_EQ(PlaceOf(number).position, plain.position) << "run " << run;
         ASSERT_EQ(PlaceOf(number).cursor, plain.position) << "run " << run;
         ASSERT_EQ(PlaceOf(number).pad != 0, plain.pad) << "run " << run;
-        code != 0 ? ++failures : ++frames;
+        if (code != 0) {
+          ++failures;
+        } else {
+          ++frames;
+        }
       }
     }
   }
