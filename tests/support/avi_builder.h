@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/scripted_host.h"
@@ -185,6 +186,102 @@ inline ByteVector BuildAvi(const AviSpec& file) {
   ByteVector data = Join({HeaderList(file), file.headers, List("movi", MoviData(file))});
   if (file.has_index) data = Join({data, Chunk("idx1", IndexData(file))});
   return Riff("AVI ", data);
+}
+
+// ---- OpenDML
+
+// A standard index over chunks of `code`, whose data lie at the given offsets from `base`; bit 31 of a size: no key
+// frame.
+struct StdIndexSpec {
+  std::string code = "00dc";
+  uint64_t base = 0;
+  std::vector<std::pair<uint32_t, uint32_t>> entries;  // offset, size
+  uint32_t reserved = 0;
+  std::optional<uint32_t> count = {};  // instead of the number of entries
+};
+inline ByteVector StdIndexData(const StdIndexSpec& index) {
+  ByteVector data = Join({
+      Le16(2),        // longs per entry
+      Bytes({0, 1}),  // sub-type, type: an index of chunks
+      Le32(index.count.value_or(static_cast<uint32_t>(index.entries.size()))),
+      Text(index.code),
+      Le32(static_cast<uint32_t>(index.base)),
+      Le32(static_cast<uint32_t>(index.base >> 32)),
+      Le32(index.reserved),
+  });
+  for (const auto& [offset, size] : index.entries) data = Join({data, Le32(offset), Le32(size)});
+  return data;
+}
+
+inline ByteVector SuperIndexHeader(uint32_t type, uint32_t sub_type, uint32_t entries) {
+  return Join({
+      Le16(4),  // longs per entry
+      Bytes({static_cast<int>(sub_type), static_cast<int>(type)}),
+      Le32(entries),
+      Text("00dc"),
+      ByteVector(12),
+  });
+}
+inline ByteVector SuperIndexEntry(uint64_t offset, uint32_t size = 32, uint32_t duration = 1) {
+  return Join(
+      {Le32(static_cast<uint32_t>(offset)), Le32(static_cast<uint32_t>(offset >> 32)), Le32(size), Le32(duration)});
+}
+
+// An OpenDML file of one RIFF form for each of `parts`. Every "movi" list begins with a standard index for each stream
+// over its chunks, and every stream's super index names its own. With an old index, "idx1" lists the chunks of the
+// first form. `movi_positions` receives where the lists' data begin, counted from the start of the file.
+inline ByteVector BuildOpenDml(AviSpec file, const std::vector<std::vector<AviChunk>>& parts, bool old_index = false,
+                               std::vector<uint32_t>* movi_positions = nullptr) {
+  const uint32_t streams = static_cast<uint32_t>(file.streams.size());
+  std::vector<ByteVector> supers(streams, SuperIndexHeader(0, 0, static_cast<uint32_t>(parts.size())));
+  for (uint32_t i = 0; i < streams; ++i) {
+    file.streams[i].behind = Chunk("indx", ByteVector(24 + 16 * parts.size()));
+  }
+  uint32_t position = 12 + static_cast<uint32_t>(Join({HeaderList(file), file.headers}).size());
+  std::vector<ByteVector> lists;
+  ByteVector old_entries;
+  for (const std::vector<AviChunk>& chunks : parts) {
+    const uint32_t movi = position + 12;
+    if (movi_positions != nullptr) movi_positions->push_back(movi);
+    std::vector<StdIndexSpec> indexes(streams);
+    uint32_t at = movi;
+    for (uint32_t i = 0; i < streams; ++i) {
+      const std::string number = "0" + std::to_string(i);
+      for (const AviChunk& chunk : chunks) {
+        if (chunk.code.substr(0, 2) != number) continue;
+        indexes[i].code = chunk.code;
+        indexes[i].entries.push_back({0, 0});
+      }
+      indexes[i].base = movi;
+      const uint32_t size = 32 + 8 * static_cast<uint32_t>(indexes[i].entries.size());
+      supers[i] = Join({supers[i], SuperIndexEntry(at, size, static_cast<uint32_t>(indexes[i].entries.size()))});
+      indexes[i].entries.clear();
+      at += size;
+    }
+    ByteVector data;
+    for (const AviChunk& chunk : chunks) {
+      const uint32_t size = static_cast<uint32_t>(chunk.data.size());
+      const uint32_t delta = chunk.flags == 0x10 ? 0 : 0x80000000;
+      indexes[static_cast<uint32_t>(chunk.code[1] - '0')].entries.push_back({at + 8 - movi, size | delta});
+      old_entries = Join({old_entries, IndexEntry(chunk.code, chunk.flags, at - movi + 4, size)});
+      data = Join({data, Chunk(chunk.code, chunk.data)});
+      at += 8 + size + size % 2;
+    }
+    ByteVector front;
+    for (uint32_t i = 0; i < streams; ++i) {
+      front = Join({front, Chunk("ix0" + std::to_string(i), StdIndexData(indexes[i]))});
+    }
+    lists.push_back(List("movi", Join({front, data})));
+    position = at + 12;  // the next form's header lies in between
+    if (old_index && lists.size() == 1) {
+      lists[0] = Join({lists[0], Chunk("idx1", old_entries)});
+      position += 8 + static_cast<uint32_t>(old_entries.size());
+    }
+  }
+  for (uint32_t i = 0; i < streams; ++i) file.streams[i].behind = Chunk("indx", supers[i]);
+  ByteVector bytes = Riff("AVI ", Join({HeaderList(file), file.headers, lists[0]}));
+  for (size_t i = 1; i < lists.size(); ++i) bytes = Join({bytes, Riff("AVIX", lists[i])});
+  return bytes;
 }
 
 }  // namespace zmv::test
