@@ -146,7 +146,7 @@ TEST_F(AviWholeFiles, Seeks_NeedAnIndex) {
   EXPECT_EQ(AVIReaderSeekByMedia(reader_, &time, ZMV_MEDIA_VIDEO), 0);
 }
 
-// Every read and every allocation of a whole session fails, once and for good: no wrong frame comes, and nothing is
+// Every read and every allocation of a whole playback fails, once and for good: no wrong frame comes, and nothing is
 // left behind.
 TEST_F(AviWholeFiles, EveryFailure_IsReportedAndLeavesNothing) {
   const AviSpec file = Recording(8);
