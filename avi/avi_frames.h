@@ -2,25 +2,10 @@
 #ifndef ZMV_AVI_FRAMES_H
 #define ZMV_AVI_FRAMES_H
 
-#include "avi/zmvstream_avi_reader_records.h"
+#include "avi/avi_reader.h"
 #include "base/arith.h"
-#include "base/trace.h"
-#include "base/zmv_result.h"
 
 namespace zmv::avi::reader {
-
-inline constexpr TraceModule kModule{"ZMVAVIR", "zmvstream_avi_reader"};
-
-// The code of a stream result: a failure as it is, a count that fell short as a failed read.
-constexpr int32_t StreamError(int64_t result) {
-  return zmv::Failed(result) ? static_cast<int32_t>(result) : Result(ZMV_E_READ);
-}
-
-// Says under an exported function's name that `error` ended it, and hands the code back.
-inline int32_t Report(int32_t error, const char* function, uint32_t line = __builtin_LINE()) {
-  ::ZMV_Trace(kModule.tag, kTraceError, kModule.source, line, function, "err (0x%x)\n", static_cast<unsigned>(error));
-  return error;
-}
 
 // The data present.
 inline uint32_t DataEnd(ZMVStreamBuf& stream) {

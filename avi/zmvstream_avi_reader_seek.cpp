@@ -49,19 +49,21 @@ bool FindSample(const AVIReaderStream& stream, uint32_t time, Place* place) {
   return entry < stream.m_dwIndexEntries;
 }
 
-// The key frames around a frame.
+// The key frames around a frame, of those behind frame 0.
 struct KeysBefore {
   uint32_t last = 0;     // at or before it; frame 0 when there is none
   uint32_t earlier = 0;  // the one before the last
 };
 
+uint32_t FindKeyBack(const AVIReaderStream& stream, uint32_t frame) {
+  while (frame > 0 && !IsKey(stream.m_pIndex[frame])) --frame;
+  return frame;
+}
+
 KeysBefore FindKeysBefore(const AVIReaderStream& stream, uint32_t frame) {
   KeysBefore keys;
-  for (uint32_t entry = 1; entry <= frame; ++entry) {
-    if (!IsKey(stream.m_pIndex[entry])) continue;
-    keys.earlier = keys.last;
-    keys.last = entry;
-  }
+  keys.last = FindKeyBack(stream, frame);
+  if (keys.last > 0) keys.earlier = FindKeyBack(stream, keys.last - 1);
   return keys;
 }
 
