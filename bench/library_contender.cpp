@@ -13,6 +13,7 @@ namespace zmv::bench {
 namespace {
 
 constexpr uint32_t kFileTypeMp41 = 1;
+constexpr uint8_t kBackward = 0;
 constexpr size_t kReadBuffer = size_t{256} << 10;
 // Frames until everything that is made only once exists.
 constexpr uint64_t kWarmUpFrames = 100;
@@ -126,6 +127,15 @@ class Reader {
     }
     return false;
   }
+  // The key frame before a time, into `buffer`.
+  bool ReadKeyFrameBefore(uint32_t milliseconds, std::vector<uint8_t>& buffer, ZMVFrame& frame) {
+    if (ZMVReaderSeekByKeyFrame(reader_, &milliseconds, kBackward) == 0) return false;
+    frame.dwTrack = 0;
+    frame.dwMediaType = ZMV_MEDIA_VIDEO;
+    frame.pData = buffer.data();
+    frame.dwBufSize = static_cast<uint32_t>(buffer.size());
+    return ZMVReaderReadFrame(reader_, &frame) >= 0;
+  }
   bool Failed() const { return failed_; }
   void Close() {
     ZMVReaderClose(reader_);
@@ -214,6 +224,24 @@ bool OpenLibrary(const Task& task, Sample& sample) {
   cpu.Stop();
   sample.cpu_ns = cpu.Nanoseconds() / task.repeats;
   sample.frames = 1;
+  return true;
+}
+
+bool SeekLibrary(const Task& task, Sample& sample) {
+  std::vector<uint8_t> buffer(kReadBuffer);
+  Reader reader;
+  if (!reader.Open(task)) return false;
+  ZMVFrame frame{};
+  CpuMeter cpu;
+  cpu.Start();
+  for (; sample.frames < task.repeats; ++sample.frames) {
+    const uint32_t target = SeekTarget(*task.profile, task.minutes, static_cast<uint32_t>(sample.frames));
+    if (!reader.ReadKeyFrameBefore(target, buffer, frame)) return false;
+    if (VideoIndexOf(buffer.data()) != KeyFrameBefore(target) || frame.dwKeyFrame != ZMV_KEY_FRAME) return false;
+    sample.bytes += frame.dwSize;
+  }
+  cpu.Stop();
+  sample.cpu_ns = cpu.Nanoseconds();
   return true;
 }
 

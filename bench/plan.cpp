@@ -20,7 +20,10 @@ const std::vector<MeasuredContainer>& Containers() {
         .read_tiny = Mark{0.50, 0.25},
         .open_growth = Mark{1.2, 1.0},
         .open = Mark{0.05, 0.01},
+        .open_memory = Mark{64, 0},
         .close = Mark{1.0, 0.35},
+        .seek = Mark{1.0, 0.35},
+        .seek_growth = Mark{4.2, 1.5},
         .write_memory = Mark{64, 0},
         .read_memory = Mark{64, 0}}},
   };

@@ -19,7 +19,10 @@ struct ContainerMarks {
   std::optional<Mark> read_tiny;     // against libavformat without parsers
   std::optional<Mark> open_growth;   // the long recording against the short one
   std::optional<Mark> open;          // one hour, against libavformat
+  std::optional<Mark> open_memory;   // KiB, growth from the short recording to the long one
   std::optional<Mark> close;         // of the long recording, against libavformat
+  std::optional<Mark> seek;          // one hour, against libavformat
+  std::optional<Mark> seek_growth;   // the long recording against one hour
   std::optional<Mark> write_memory;  // KiB, growth from the short recording to the long one
   std::optional<Mark> read_memory;   // KiB, likewise
 };
@@ -38,7 +41,7 @@ struct Plan {
   uint32_t tiny = 60;    // writing and reading tiny frames
   uint32_t camera = 10;  // writing and reading camera frames
   uint32_t brief = 10;   // the short recording that a long one is compared with
-  uint32_t hour = 60;    // opening, against libavformat
+  uint32_t hour = 60;    // opening and seeking, against libavformat
   uint32_t longest = 240;
   uint32_t few = 6;  // instructions: the difference of two runs
   uint32_t more = 12;
@@ -58,6 +61,7 @@ void MeasureWriting(const Plan& plan, Report& report);
 void MeasureReading(const Plan& plan, Report& report);
 void MeasureOpening(const Plan& plan, Report& report);
 void MeasureClosing(const Plan& plan, Report& report);
+void MeasureSeeking(const Plan& plan, Report& report);
 void MeasureMemory(const Plan& plan, Report& report);
 void MeasureSystemCalls(const Plan& plan, Report& report);
 void MeasureInstructions(const Plan& plan, Report& report);

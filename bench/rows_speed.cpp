@@ -108,14 +108,16 @@ void OpenOne(const Plan& plan, const MeasuredContainer& measured, Report& report
               ratio(kLongest, kBrief), "x", measured.marks.open_growth});
   report.Add({"open", fmt::format("{} {}: against libavformat, same file", container.name, Span(plan.hour)),
               ratio(kHour, kHour + kPeer), "x", measured.marks.open});
+  const auto memory = [](const Sample& sample) { return static_cast<double>(sample.memory) / 1024; };
+  report.Add({"open", fmt::format("{}: {} more than {}, memory", container.name, Span(plan.longest), Span(plan.brief)),
+              turns.Median(kLongest, memory) - turns.Median(kBrief, memory), "KiB", measured.marks.open_memory});
   for (size_t i = 0; i < std::size(recordings); ++i) {
     for (const size_t peer : {size_t{0}, size_t{kPeer}}) {
       const std::string who =
           fmt::format("{} {}: {}", container.name, Span(recordings[i].minutes), contenders[2 * i + peer].name);
       const double microseconds = turns.Median(2 * i + peer, CpuOfAll) / 1000;
       report.Add({"open", who, microseconds, "us", std::nullopt});
-      const double kib = turns.Median(2 * i + peer, [](const Sample& sample) { return double(sample.memory) / 1024; });
-      report.Add({"open", who + ", memory", kib, "KiB", std::nullopt});
+      report.Add({"open", who + ", memory", turns.Median(2 * i + peer, memory), "KiB", std::nullopt});
     }
   }
 }
