@@ -18,6 +18,7 @@ struct Container {
 };
 
 extern const Container kMp4;
+extern const Container kAvi;
 
 struct Task {
   const Container* container = nullptr;

@@ -40,6 +40,12 @@ void AddMemory(const char* what, const Container& container, const Plan& plan, c
   report.Add({"memory", fmt::format("{}: {}", name, Span(plan.longest)), Kib(longest), "KiB", std::nullopt});
 }
 
+void AddPerFrame(const char* what, const Container& container, const Sample& brief, const Sample& longest,
+                 std::optional<Mark> mark, Report& report) {
+  const double bytes = Growth(brief, longest) * kKib / static_cast<double>(longest.frames - brief.frames);
+  report.Add({"memory", fmt::format("{} {}: for every further frame", container.name, what), bytes, "bytes", mark});
+}
+
 void AddAllocations(const char* what, const Container& container, const Sample& longest, Report& report) {
   report.Add({"memory", fmt::format("{} {}: allocations per frame", container.name, what),
               static_cast<double>(longest.allocations) / static_cast<double>(longest.frames), "", Mark{0, {}}});
@@ -55,8 +61,10 @@ void MemoryOf(const Plan& plan, const MeasuredContainer& measured, Report& repor
   const Sample written_long = RunInChild({"library", &WriteLibrary, longest});
   const Sample read_long = RunInChild({"library", &ReadLibrary, longest});
   AddMemory("write", container, plan, written, written_long, measured.marks.write_memory, report);
+  AddPerFrame("write", container, written, written_long, measured.marks.write_memory_per_frame, report);
   AddAllocations("write", container, written_long, report);
   AddMemory("read", container, plan, read, read_long, measured.marks.read_memory, report);
+  AddPerFrame("read", container, read, read_long, measured.marks.read_memory_per_frame, report);
   AddAllocations("read", container, read_long, report);
   const Sample peer_read = RunInChild({"libavformat", &ReadLibav, longest});
   const Sample peer_written = RunInChild({"libavformat", &WriteLibav, longest});
@@ -87,11 +95,11 @@ void CallsOf(const Plan& plan, const MeasuredContainer& measured, Report& report
 }  // namespace
 
 void MeasureMemory(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) MemoryOf(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) MemoryOf(plan, measured, report);
 }
 
 void MeasureSystemCalls(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) CallsOf(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) CallsOf(plan, measured, report);
 }
 
 }  // namespace zmv::bench

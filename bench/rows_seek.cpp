@@ -46,7 +46,7 @@ void SeekOne(const Plan& plan, const MeasuredContainer& measured, Report& report
 }  // namespace
 
 void MeasureSeeking(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) SeekOne(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) SeekOne(plan, measured, report);
 }
 
 }  // namespace zmv::bench

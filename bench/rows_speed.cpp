@@ -140,25 +140,25 @@ void CloseOne(const Plan& plan, const MeasuredContainer& measured, Report& repor
 }  // namespace
 
 void MeasureWriting(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) {
+  for (const MeasuredContainer& measured : Containers(plan)) {
     WriteOne(plan, measured, kTiny, plan.tiny, report);
     WriteOne(plan, measured, kCamera, plan.camera, report);
   }
 }
 
 void MeasureReading(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) {
+  for (const MeasuredContainer& measured : Containers(plan)) {
     ReadOne(plan, measured, kTiny, plan.tiny, report);
     ReadOne(plan, measured, kCamera, plan.camera, report);
   }
 }
 
 void MeasureOpening(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) OpenOne(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) OpenOne(plan, measured, report);
 }
 
 void MeasureClosing(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) CloseOne(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) CloseOne(plan, measured, report);
 }
 
 }  // namespace zmv::bench
