@@ -15,6 +15,7 @@ struct Container {
   uint32_t format;        // ZMV_FORMAT_*
   const char* extension;  // with the dot
   const char* muxer;      // libavformat's name
+  int video_scale;        // ticks a second given to libavformat: its AVI writer fills what lies between frames
 };
 
 extern const Container kMp4;

@@ -35,10 +35,10 @@ bool PutVideoConfiguration(AVCodecParameters& parameters) {
   return true;
 }
 
-bool AddVideo(AVFormatContext& context) {
+bool AddVideo(AVFormatContext& context, int scale) {
   AVStream* stream = avformat_new_stream(&context, nullptr);
   if (stream == nullptr) return false;
-  stream->time_base = {1, kVideoScale};
+  stream->time_base = {1, scale};
   stream->avg_frame_rate = {kVideoRate, 1};
   AVCodecParameters& parameters = *stream->codecpar;
   parameters.codec_type = AVMEDIA_TYPE_VIDEO;
@@ -84,7 +84,7 @@ class Muxer {
     packet_.reset(av_packet_alloc());
     if (!packet_) return false;
     if (avformat_alloc_output_context2(&context_, nullptr, task.container->muxer, task.path.c_str()) < 0) return false;
-    if (!AddVideo(*context_) || !AddAudio(*context_)) return false;
+    if (!AddVideo(*context_, task.container->video_scale) || !AddAudio(*context_)) return false;
     if (avio_open(&context_->pb, task.path.c_str(), AVIO_FLAG_WRITE) < 0) return false;
     if (avformat_write_header(context_, nullptr) < 0) return false;
     // The muxer chooses the time bases.

@@ -10,9 +10,9 @@
 
 namespace zmv::bench {
 
-const Container kMp4 = {"MP4", ZMV_FORMAT_MP4, ".mp4", "mp4"};
+const Container kMp4 = {"MP4", ZMV_FORMAT_MP4, ".mp4", "mp4", kVideoScale};
 
-const Container kAvi = {"AVI", ZMV_FORMAT_AVI, ".avi", "avi"};
+const Container kAvi = {"AVI", ZMV_FORMAT_AVI, ".avi", "avi", kVideoRate};
 
 namespace {
 
