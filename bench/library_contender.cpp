@@ -20,6 +20,7 @@ constexpr uint64_t kWarmUpFrames = 100;
 
 // In turn, so that stamps do not drift from the frames' positions.
 constexpr uint32_t kVideoMicroseconds[] = {33333, 33333, 33334};
+constexpr uint32_t kVideoMilliseconds[] = {33, 33, 34};
 constexpr uint32_t kAudioMilliseconds[] = {21, 21, 22};
 
 void Append(uint8_t* to, uint32_t& size, std::span<const uint8_t> bytes) {
@@ -67,6 +68,7 @@ class Writer {
  public:
   ~Writer() { ZMVWriterClose(writer_); }
   bool Open(const Task& task) {
+    video_in_microseconds_ = task.container->format == ZMV_FORMAT_MP4;
     ZMVWriterParam param{};
     param.dwFormat = task.container->format;
     param.pszPath = task.path.c_str();
@@ -78,11 +80,12 @@ class Writer {
     ZMVFrame frame{};
     frame.pData = made.data;
     frame.dwSize = made.size;
+    const auto& video = video_in_microseconds_ ? kVideoMicroseconds : kVideoMilliseconds;
     const uint32_t turn = made.index % 3;
     if (made.stream == Stream::kVideo) {
       frame.dwMediaType = ZMV_MEDIA_VIDEO;
       frame.llTimeStamp = uint64_t{made.index} * 1000 / kVideoRate;
-      frame.dwDuration = kVideoMicroseconds[turn];
+      frame.dwDuration = video[turn];
       frame.dwKeyFrame = made.key ? ZMV_KEY_FRAME : ZMV_NOT_KEY_FRAME;
     } else {
       frame.dwMediaType = ZMV_MEDIA_AUDIO;
@@ -99,6 +102,7 @@ class Writer {
 
  private:
   ZMVWriter* writer_ = nullptr;
+  bool video_in_microseconds_ = false;  // durations; AVI takes milliseconds
 };
 
 class Reader {
