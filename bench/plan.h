@@ -27,6 +27,7 @@ struct ContainerMarks {
   std::optional<Mark> read_memory = {};             // KiB, likewise
   std::optional<Mark> write_memory_per_frame = {};  // bytes, that growth by the frame
   std::optional<Mark> read_memory_per_frame = {};
+  Mark write_allocations = {0, {}};  // per frame
 };
 
 struct MeasuredContainer {

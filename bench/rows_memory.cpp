@@ -46,9 +46,9 @@ void AddPerFrame(const char* what, const Container& container, const Sample& bri
   report.Add({"memory", fmt::format("{} {}: for every further frame", container.name, what), bytes, "bytes", mark});
 }
 
-void AddAllocations(const char* what, const Container& container, const Sample& longest, Report& report) {
+void AddAllocations(const char* what, const Container& container, const Sample& longest, Mark mark, Report& report) {
   report.Add({"memory", fmt::format("{} {}: allocations per frame", container.name, what),
-              static_cast<double>(longest.allocations) / static_cast<double>(longest.frames), "", Mark{0, {}}});
+              static_cast<double>(longest.allocations) / static_cast<double>(longest.frames), "", mark});
 }
 
 void MemoryOf(const Plan& plan, const MeasuredContainer& measured, Report& report) {
@@ -62,10 +62,10 @@ void MemoryOf(const Plan& plan, const MeasuredContainer& measured, Report& repor
   const Sample read_long = RunInChild({"library", &ReadLibrary, longest});
   AddMemory("write", container, plan, written, written_long, measured.marks.write_memory, report);
   AddPerFrame("write", container, written, written_long, measured.marks.write_memory_per_frame, report);
-  AddAllocations("write", container, written_long, report);
+  AddAllocations("write", container, written_long, measured.marks.write_allocations, report);
   AddMemory("read", container, plan, read, read_long, measured.marks.read_memory, report);
   AddPerFrame("read", container, read, read_long, measured.marks.read_memory_per_frame, report);
-  AddAllocations("read", container, read_long, report);
+  AddAllocations("read", container, read_long, Mark{0, {}}, report);
   const Sample peer_read = RunInChild({"libavformat", &ReadLibav, longest});
   const Sample peer_written = RunInChild({"libavformat", &WriteLibav, longest});
   report.Add({"memory", fmt::format("{} write: {}, libavformat", container.name, Span(plan.longest)), Kib(peer_written),
