@@ -2,30 +2,24 @@
 #ifndef ZMV_AVI_FRAMES_H
 #define ZMV_AVI_FRAMES_H
 
-#include "avi/zmvstream_avi_reader_records.h"
+#include "avi/avi_reader.h"
 #include "base/arith.h"
-#include "base/trace.h"
-#include "base/zmv_result.h"
 
 namespace zmv::avi::reader {
-
-inline constexpr TraceModule kModule{"ZMVAVIR", "zmvstream_avi_reader"};
-
-// The code of a stream result: a failure as it is, a count that fell short as a failed read.
-constexpr int32_t StreamError(int64_t result) {
-  return zmv::Failed(result) ? static_cast<int32_t>(result) : Result(ZMV_E_READ);
-}
-
-// Says under an exported function's name that `error` ended it, and hands the code back.
-inline int32_t Report(int32_t error, const char* function, uint32_t line = __builtin_LINE()) {
-  ::ZMV_Trace(kModule.tag, kTraceError, kModule.source, line, function, "err (0x%x)\n", static_cast<unsigned>(error));
-  return error;
-}
 
 // The data present.
 inline uint32_t DataEnd(ZMVStreamBuf& stream) {
   const int64_t size = ZMVStreamBuf_CurSize(&stream);
   return size < 0 ? 0 : SaturatingU32(static_cast<uint64_t>(size));
+}
+
+// True when the data is present up to `position`. Data never goes away, so a stream has to be asked only about
+// positions beyond those that it was known to reach.
+inline bool Reaches(AVIReaderStream& stream, uint64_t position) {
+  if (position <= stream.m_dwDataEnd) [[likely]]
+    return true;
+  stream.m_dwDataEnd = DataEnd(*stream.m_hStream);
+  return position <= stream.m_dwDataEnd;
 }
 
 // Moves a cursor to `position`. Where the distance fits a Skip that is used, because it keeps what the cursor has

@@ -23,10 +23,6 @@ inline int32_t Report(int32_t error, const char* function, uint32_t line = __bui
 
 // ---- Chunks at the reader's cursor
 
-// The read cache of a stream's own cursor: small frames and the scan for the next frame are served from it, while a
-// large payload passes through it for no more than that.
-constexpr uint32_t kStreamCacheSize = 1024;
-
 // Positions in a file are 64-bit while they are computed: a size may lead past 4 GiB.
 struct ChunkHeader {
   uint32_t code = 0;
@@ -48,6 +44,10 @@ int32_t ReadChunkHeader(AVIReaderHandle& handle, uint64_t position, ChunkHeader*
 int32_t FindNextChunk(AVIReaderHandle& handle, const ChunkHeader& chunk, uint64_t* next, const char* function);
 
 // ---- Streams and indexes
+
+// The read cache of a stream's own cursor: small frames and the scan for the next frame are served from it, while a
+// large payload passes through it for no more than that.
+constexpr uint32_t kStreamCacheSize = 4096;
 
 // Frees every stream.
 void DropStreams(AVIReaderHandle& handle);

@@ -100,8 +100,7 @@ int32_t FindByIndex(const AVIReaderHandle& handle, AVIReaderStream& stream, cons
   if (stream.m_dwIndexCur >= stream.m_dwIndexEntries) return kEnd;
   const uint64_t position = uint64_t{handle.m_dwBase} + kSizeField + stream.m_pIndex[stream.m_dwIndexCur].m_dwPos;
   if (position >= handle.m_dwFileSize) return kEnd;
-  const uint32_t data_end = DataEnd(*stream.m_hStream);
-  if (position >= data_end) return kFail;
+  if (!Reaches(stream, position + 1)) return kFail;
   uint32_t size = 0;
   const int32_t result = ReadChunkSize(stream, static_cast<uint32_t>(position), &size, function);
   // The entry stays current, so that a later call may find what cannot be read now.
@@ -111,7 +110,7 @@ int32_t FindByIndex(const AVIReaderHandle& handle, AVIReaderStream& stream, cons
   // A chunk that is cut is passed over: a part of a frame is of no use.
   stream.m_dwPendingSize = 0;
   const uint64_t end = position + kSizeField + size;
-  if (end > data_end) return kFail;
+  if (!Reaches(stream, end)) return kFail;
   stream.m_dwPendingSize = size;
   stream.m_dwPos = static_cast<uint32_t>(end);
   return 0;

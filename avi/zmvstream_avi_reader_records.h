@@ -40,6 +40,7 @@ struct AVIReaderStream {
   uint32_t m_dwPendingSize;  // of the chunk that was found and not yet read; 0 = none
   uint8_t m_bPadPending;     // scanning: a pad byte follows that chunk
   uint32_t m_dwPos;          // file position at which reading goes on
+  uint32_t m_dwDataEnd;      // as far as data is known to be present; asked again for what lies beyond
 
   // The index, in the order of the file.
   AVIReaderIndexEntry* m_pIndex;  // owned
@@ -71,7 +72,7 @@ struct AVIReaderHandle {
   uint32_t m_dwMoviPos;   // "movi" code of the first such list, from the base offset
   uint32_t m_dwDataPos;   // its first chunk, from the base offset
   uint32_t m_dwDataPos2;  // that of the next such list
-  uint32_t m_dwIdx1Pos;   // data of the "idx1" chunk
+  uint32_t m_dwIdx1Pos;   // file position of the data of "idx1"
   uint32_t m_dwCheckPos;  // progress of AVIReaderIsValidInfo, from the base offset
   uint8_t m_bHasIndex;    // a complete "idx1" or the standard indexes were read
   uint8_t m_bExtended;    // a RIFF form "AVIX" was seen

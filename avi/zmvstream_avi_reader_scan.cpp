@@ -44,8 +44,8 @@ constexpr bool IsList(uint32_t code) { return code == FourCC("RIFF") || code == 
 // cursor does; Place puts the cursor where it belongs.
 class ByteSource {
  public:
-  ByteSource(ZMVStreamBuf& stream, uint32_t cursor)
-      : stream_(stream), cursor_(cursor), start_(ZMVStreamBuf_Pos(&stream, cursor)), end_(DataEnd(stream)) {}
+  ByteSource(ZMVStreamBuf& stream, uint32_t cursor, uint32_t data_end)
+      : stream_(stream), cursor_(cursor), start_(ZMVStreamBuf_Pos(&stream, cursor)), end_(data_end) {}
 
   // False at the end of the data, and when a read failed.
   bool Next(uint8_t* byte) {
@@ -168,9 +168,10 @@ int32_t TakeSize(ByteSource& bytes, uint32_t* size, uint32_t* back, const char* 
 }
 
 // The next chunk header at a cursor, which is then behind it; without one it is where looking may go on.
-int32_t NextTag(ZMVStreamBuf& stream, uint32_t cursor, uint32_t* code, uint32_t* size, const char* function) {
+int32_t NextTag(ZMVStreamBuf& stream, uint32_t cursor, uint32_t data_end, uint32_t* code, uint32_t* size,
+                const char* function) {
   *code = *size = 0;
-  ByteSource bytes(stream, cursor);
+  ByteSource bytes(stream, cursor, data_end);
   uint32_t back = 0;
   int32_t result = TakeCode(bytes, code, &back);
   if (!Failed(result)) result = TakeSize(bytes, size, &back, function);
@@ -180,11 +181,10 @@ int32_t NextTag(ZMVStreamBuf& stream, uint32_t cursor, uint32_t* code, uint32_t*
 
 // ---- Frames
 
-// Scanning goes on `size` bytes further, or at the end of the data.
-int32_t StepOver(const AVIReaderStream& stream, uint64_t size, const char* function) {
-  const uint64_t target = ZMVStreamBuf_Pos(stream.m_hStream, stream.m_dwIndex) + size;
-  const uint32_t end = DataEnd(*stream.m_hStream);
-  const int64_t result = MoveTo(stream, target < end ? static_cast<uint32_t>(target) : end);
+// Scanning goes on at `position`, or at the end of the data.
+int32_t GoTo(const AVIReaderStream& stream, uint64_t position, const char* function) {
+  const int64_t result =
+      MoveTo(stream, position < stream.m_dwDataEnd ? static_cast<uint32_t>(position) : stream.m_dwDataEnd);
   return Failed(result) ? Report(StreamError(result), function) : 0;
 }
 
@@ -202,14 +202,14 @@ uint64_t BytesToPass(const AVIReaderHandle& handle, uint32_t code, uint32_t size
 
 // True when scanning goes on one byte further although no chunk could be had: there is more data to come.
 bool GoesOn(const AVIReaderHandle& handle, const AVIReaderStream& stream, int32_t result) {
-  return result == kFail && DataEnd(*stream.m_hStream) < handle.m_dwFileSize;
+  return result == kFail && stream.m_dwDataEnd < handle.m_dwFileSize;
 }
 
 // Finds the next chunk of the stream that is not empty. The cursor is then behind its header.
 int32_t ScanForFrame(const AVIReaderHandle& handle, AVIReaderStream& stream, uint32_t* size, const char* function) {
   for (;;) {
     uint32_t code = 0;
-    int32_t result = NextTag(*stream.m_hStream, stream.m_dwIndex, &code, size, function);
+    int32_t result = NextTag(*stream.m_hStream, stream.m_dwIndex, stream.m_dwDataEnd, &code, size, function);
     uint64_t pass = 1;
     if (Failed(result)) {
       if (result == Result(ZMV_E_READ) || result == Result(ZMV_E_SEEK)) return result;
@@ -223,7 +223,7 @@ int32_t ScanForFrame(const AVIReaderHandle& handle, AVIReaderStream& stream, uin
       pass = BytesToPass(handle, code, *size);
     }
     if (pass == 0) continue;
-    result = StepOver(stream, pass, function);
+    result = GoTo(stream, ZMVStreamBuf_Pos(stream.m_hStream, stream.m_dwIndex) + pass, function);
     if (Failed(result)) return result;
   }
 }
@@ -231,11 +231,10 @@ int32_t ScanForFrame(const AVIReaderHandle& handle, AVIReaderStream& stream, uin
 }  // namespace
 
 int32_t FindByScan(const AVIReaderHandle& handle, AVIReaderStream& stream, const char* function) {
-  const uint32_t end = DataEnd(*stream.m_hStream);
+  stream.m_dwDataEnd = DataEnd(*stream.m_hStream);
   // A file may end without the pad byte of its last chunk.
-  const uint64_t next = uint64_t{stream.m_dwPos} + (stream.m_bPadPending != 0 ? 1 : 0);
-  const int64_t moved = MoveTo(stream, next < end ? static_cast<uint32_t>(next) : end);
-  if (Failed(moved)) return Report(StreamError(moved), function);
+  const int32_t moved = GoTo(stream, uint64_t{stream.m_dwPos} + (stream.m_bPadPending != 0 ? 1 : 0), function);
+  if (Failed(moved)) return moved;
   stream.m_bPadPending = 0;
   stream.m_dwPendingSize = 0;
   uint32_t size = 0;
@@ -256,7 +255,7 @@ using namespace zmv::avi::reader;
 int32_t AVIReaderGetTag(ZMVStreamBuf* stream, uint32_t cursor, uint32_t* code, uint32_t* size) {
   TraceScope scope(kModule, __func__);
   if (stream == nullptr || code == nullptr || size == nullptr) return scope.Fail(kFail);
-  const int32_t result = NextTag(*stream, cursor, code, size, __func__);
+  const int32_t result = NextTag(*stream, cursor, DataEnd(*stream), code, size, __func__);
   return Failed(result) && result != kEnd ? scope.Fail(result) : result;
 }
 

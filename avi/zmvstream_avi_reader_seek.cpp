@@ -49,19 +49,21 @@ bool FindSample(const AVIReaderStream& stream, uint32_t time, Place* place) {
   return entry < stream.m_dwIndexEntries;
 }
 
-// The key frames around a frame.
+// The key frames around a frame, of those behind frame 0.
 struct KeysBefore {
   uint32_t last = 0;     // at or before it; frame 0 when there is none
   uint32_t earlier = 0;  // the one before the last
 };
 
+uint32_t FindKeyBack(const AVIReaderStream& stream, uint32_t frame) {
+  while (frame > 0 && !IsKey(stream.m_pIndex[frame])) --frame;
+  return frame;
+}
+
 KeysBefore FindKeysBefore(const AVIReaderStream& stream, uint32_t frame) {
   KeysBefore keys;
-  for (uint32_t entry = 1; entry <= frame; ++entry) {
-    if (!IsKey(stream.m_pIndex[entry])) continue;
-    keys.earlier = keys.last;
-    keys.last = entry;
-  }
+  keys.last = FindKeyBack(stream, frame);
+  if (keys.last > 0) keys.earlier = FindKeyBack(stream, keys.last - 1);
   return keys;
 }
 
@@ -139,7 +141,7 @@ bool Search(const AVIReaderHandle& handle, AVIReaderStream& stream, bool first_e
   if (!FindPlace(stream, first_entry, *time, mode, &place)) return false;
   const AVIReaderIndexEntry& entry = stream.m_pIndex[place.entry];
   const uint64_t end = uint64_t{handle.m_dwBase} + entry.m_dwPos + entry.m_dwSize;
-  if (end > DataEnd(*stream.m_hStream)) return false;
+  if (!Reaches(stream, end)) return false;
   stream.m_dwSeekEntry = place.entry;
   stream.m_dwSeekFrame = place.frame;
   stream.m_dwSeekUnits = place.units;

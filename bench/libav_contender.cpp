@@ -35,10 +35,10 @@ bool PutVideoConfiguration(AVCodecParameters& parameters) {
   return true;
 }
 
-bool AddVideo(AVFormatContext& context) {
+bool AddVideo(AVFormatContext& context, int scale) {
   AVStream* stream = avformat_new_stream(&context, nullptr);
   if (stream == nullptr) return false;
-  stream->time_base = {1, kVideoScale};
+  stream->time_base = {1, scale};
   stream->avg_frame_rate = {kVideoRate, 1};
   AVCodecParameters& parameters = *stream->codecpar;
   parameters.codec_type = AVMEDIA_TYPE_VIDEO;
@@ -84,7 +84,7 @@ class Muxer {
     packet_.reset(av_packet_alloc());
     if (!packet_) return false;
     if (avformat_alloc_output_context2(&context_, nullptr, task.container->muxer, task.path.c_str()) < 0) return false;
-    if (!AddVideo(*context_) || !AddAudio(*context_)) return false;
+    if (!AddVideo(*context_, task.container->video_scale) || !AddAudio(*context_)) return false;
     if (avio_open(&context_->pb, task.path.c_str(), AVIO_FLAG_WRITE) < 0) return false;
     if (avformat_write_header(context_, nullptr) < 0) return false;
     // The muxer chooses the time bases.
@@ -123,8 +123,27 @@ class Demuxer {
     return avformat_open_input(&context_, task.path.c_str(), nullptr, nullptr) >= 0 && context_->nb_streams == 2;
   }
   int Read(AVPacket& packet) { return av_read_frame(context_, &packet); }
+  // The key frame before a time. Audio that comes first is dropped.
+  bool ReadKeyFrameBefore(uint32_t milliseconds, AVPacket& packet) {
+    const int video = VideoStream();
+    if (video < 0) return false;
+    const int64_t time = av_rescale_q(milliseconds, {1, 1000}, context_->streams[video]->time_base);
+    if (av_seek_frame(context_, video, time, AVSEEK_FLAG_BACKWARD) < 0) return false;
+    while (Read(packet) >= 0) {
+      if (packet.stream_index == video) return true;
+      av_packet_unref(&packet);
+    }
+    return false;
+  }
 
  private:
+  int VideoStream() const {
+    for (uint32_t i = 0; i < context_->nb_streams; ++i) {
+      if (context_->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) return static_cast<int>(i);
+    }
+    return -1;
+  }
+
   AVFormatContext* context_ = nullptr;
 };
 
@@ -197,6 +216,25 @@ bool OpenLibav(const Task& task, Sample& sample) {
   cpu.Stop();
   sample.cpu_ns = cpu.Nanoseconds() / task.repeats;
   sample.frames = 1;
+  return true;
+}
+
+bool SeekLibav(const Task& task, Sample& sample) {
+  av_log_set_level(AV_LOG_ERROR);
+  Packet packet(av_packet_alloc());
+  Demuxer demuxer;
+  if (!packet || !demuxer.Open(task)) return false;
+  CpuMeter cpu;
+  cpu.Start();
+  for (; sample.frames < task.repeats; ++sample.frames) {
+    const uint32_t target = SeekTarget(*task.profile, task.minutes, static_cast<uint32_t>(sample.frames));
+    if (!demuxer.ReadKeyFrameBefore(target, *packet)) return false;
+    if (VideoIndexOf(packet->data) != KeyFrameBefore(target) || (packet->flags & AV_PKT_FLAG_KEY) == 0) return false;
+    sample.bytes += static_cast<uint64_t>(packet->size);
+    av_packet_unref(packet.get());
+  }
+  cpu.Stop();
+  sample.cpu_ns = cpu.Nanoseconds();
   return true;
 }
 

@@ -13,12 +13,14 @@ namespace zmv::bench {
 namespace {
 
 constexpr uint32_t kFileTypeMp41 = 1;
+constexpr uint8_t kBackward = 0;
 constexpr size_t kReadBuffer = size_t{256} << 10;
 // Frames until everything that is made only once exists.
 constexpr uint64_t kWarmUpFrames = 100;
 
 // In turn, so that stamps do not drift from the frames' positions.
 constexpr uint32_t kVideoMicroseconds[] = {33333, 33333, 33334};
+constexpr uint32_t kVideoMilliseconds[] = {33, 33, 34};
 constexpr uint32_t kAudioMilliseconds[] = {21, 21, 22};
 
 void Append(uint8_t* to, uint32_t& size, std::span<const uint8_t> bytes) {
@@ -66,6 +68,7 @@ class Writer {
  public:
   ~Writer() { ZMVWriterClose(writer_); }
   bool Open(const Task& task) {
+    video_in_microseconds_ = task.container->format == ZMV_FORMAT_MP4;
     ZMVWriterParam param{};
     param.dwFormat = task.container->format;
     param.pszPath = task.path.c_str();
@@ -77,11 +80,12 @@ class Writer {
     ZMVFrame frame{};
     frame.pData = made.data;
     frame.dwSize = made.size;
+    const auto& video = video_in_microseconds_ ? kVideoMicroseconds : kVideoMilliseconds;
     const uint32_t turn = made.index % 3;
     if (made.stream == Stream::kVideo) {
       frame.dwMediaType = ZMV_MEDIA_VIDEO;
       frame.llTimeStamp = uint64_t{made.index} * 1000 / kVideoRate;
-      frame.dwDuration = kVideoMicroseconds[turn];
+      frame.dwDuration = video[turn];
       frame.dwKeyFrame = made.key ? ZMV_KEY_FRAME : ZMV_NOT_KEY_FRAME;
     } else {
       frame.dwMediaType = ZMV_MEDIA_AUDIO;
@@ -98,6 +102,7 @@ class Writer {
 
  private:
   ZMVWriter* writer_ = nullptr;
+  bool video_in_microseconds_ = false;  // durations; AVI takes milliseconds
 };
 
 class Reader {
@@ -125,6 +130,15 @@ class Reader {
       ended_[static_cast<size_t>(stream)] = 1;
     }
     return false;
+  }
+  // The key frame before a time, into `buffer`.
+  bool ReadKeyFrameBefore(uint32_t milliseconds, std::vector<uint8_t>& buffer, ZMVFrame& frame) {
+    if (ZMVReaderSeekByKeyFrame(reader_, &milliseconds, kBackward) == 0) return false;
+    frame.dwTrack = 0;
+    frame.dwMediaType = ZMV_MEDIA_VIDEO;
+    frame.pData = buffer.data();
+    frame.dwBufSize = static_cast<uint32_t>(buffer.size());
+    return ZMVReaderReadFrame(reader_, &frame) >= 0;
   }
   bool Failed() const { return failed_; }
   void Close() {
@@ -214,6 +228,24 @@ bool OpenLibrary(const Task& task, Sample& sample) {
   cpu.Stop();
   sample.cpu_ns = cpu.Nanoseconds() / task.repeats;
   sample.frames = 1;
+  return true;
+}
+
+bool SeekLibrary(const Task& task, Sample& sample) {
+  std::vector<uint8_t> buffer(kReadBuffer);
+  Reader reader;
+  if (!reader.Open(task)) return false;
+  ZMVFrame frame{};
+  CpuMeter cpu;
+  cpu.Start();
+  for (; sample.frames < task.repeats; ++sample.frames) {
+    const uint32_t target = SeekTarget(*task.profile, task.minutes, static_cast<uint32_t>(sample.frames));
+    if (!reader.ReadKeyFrameBefore(target, buffer, frame)) return false;
+    if (VideoIndexOf(buffer.data()) != KeyFrameBefore(target) || frame.dwKeyFrame != ZMV_KEY_FRAME) return false;
+    sample.bytes += frame.dwSize;
+  }
+  cpu.Stop();
+  sample.cpu_ns = cpu.Nanoseconds();
   return true;
 }
 

@@ -18,10 +18,15 @@ struct Group {
 
 // In the order of the table. Instructions take minutes, so they are measured on request.
 constexpr Group kGroups[] = {
-    {"write", &zmv::bench::MeasureWriting},   {"read", &zmv::bench::MeasureReading},
-    {"open", &zmv::bench::MeasureOpening},    {"close", &zmv::bench::MeasureClosing},
-    {"memory", &zmv::bench::MeasureMemory},   {"calls", &zmv::bench::MeasureSystemCalls},
-    {"library", &zmv::bench::MeasureLibrary}, {"instructions", &zmv::bench::MeasureInstructions},
+    {"write", &zmv::bench::MeasureWriting},
+    {"read", &zmv::bench::MeasureReading},
+    {"open", &zmv::bench::MeasureOpening},
+    {"close", &zmv::bench::MeasureClosing},
+    {"seek", &zmv::bench::MeasureSeeking},
+    {"memory", &zmv::bench::MeasureMemory},
+    {"calls", &zmv::bench::MeasureSystemCalls},
+    {"library", &zmv::bench::MeasureLibrary},
+    {"instructions", &zmv::bench::MeasureInstructions},
 };
 constexpr const char* kOnRequest = "instructions";
 
@@ -35,13 +40,14 @@ struct Options {
   std::string scratch;
   std::string json;
   std::string single;
-  std::string container = "MP4";
+  std::string container;
 };
 
 zmv::bench::Plan MakePlan(const Options& options) {
   using namespace zmv::bench;
   Plan plan = options.smoke ? SmokePlan() : options.quick ? QuickPlan() : Plan();
   if (options.turns != 0) plan.turns = options.turns;
+  plan.container = options.container;
   if (!options.scratch.empty()) plan.scratch = options.scratch;
   return plan;
 }
@@ -73,18 +79,18 @@ int main(int count, char** arguments) {
   app.add_flag("--quick", options.quick, "Shorter recordings");
   app.add_flag("--smoke", options.smoke, "Runs everything once on very short recordings; figures mean nothing");
   app.add_flag("--instructions", options.instructions, "Counts instructions per frame, too (needs valgrind)");
-  app.add_option("--only", options.only, "Groups: write read open close memory calls library instructions");
+  app.add_option("--only", options.only, "Groups: write read open close seek memory calls library instructions");
   app.add_option("--turns", options.turns, "Runs of every contender");
   app.add_option("--scratch", options.scratch, "Directory for recordings (/dev/shm)");
   app.add_option("--json", options.json, "Writes the rows to this file, too");
   app.add_option("--single", options.single, "Runs one contender in this process, for a profiler");
-  app.add_option("--container", options.container, "Container of --single");
+  app.add_option("--container", options.container, "Only this container: MP4 or AVI");
   app.add_option("--minutes", options.minutes, "Duration of --single");
   CLI11_PARSE(app, count, arguments);
   ZMVHost_SetTraceSink(0, nullptr, nullptr);
   try {
     if (options.single.empty()) return Measure(options);
-    return zmv::bench::RunSingle(MakePlan(options), options.single, options.container, std::max(options.minutes, 1u));
+    return zmv::bench::RunSingle(MakePlan(options), options.single, std::max(options.minutes, 1u));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zmv_bench: %s\n", error.what());
     return 2;

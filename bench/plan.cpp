@@ -10,9 +10,13 @@
 
 namespace zmv::bench {
 
-const Container kMp4 = {"MP4", ZMV_FORMAT_MP4, ".mp4", "mp4"};
+const Container kMp4 = {"MP4", ZMV_FORMAT_MP4, ".mp4", "mp4", kVideoScale};
 
-const std::vector<MeasuredContainer>& Containers() {
+const Container kAvi = {"AVI", ZMV_FORMAT_AVI, ".avi", "avi", kVideoRate};
+
+namespace {
+
+const std::vector<MeasuredContainer>& AllContainers() {
   static const std::vector<MeasuredContainer> kContainers = {
       {&kMp4,
        {.write_tiny = Mark{0.50, 0.30},
@@ -20,11 +24,35 @@ const std::vector<MeasuredContainer>& Containers() {
         .read_tiny = Mark{0.50, 0.25},
         .open_growth = Mark{1.2, 1.0},
         .open = Mark{0.05, 0.01},
+        .open_memory = Mark{64, 0},
         .close = Mark{1.0, 0.35},
+        .seek = Mark{1.0, 0.35},
+        .seek_growth = Mark{4.2, 1.5},
         .write_memory = Mark{64, 0},
         .read_memory = Mark{64, 0}}},
+      // Its index is kept in memory, 16 bytes a frame, while it is written and while it is read. While it is written it
+      // grows by 1000 frames at a time.
+      {&kAvi,
+       {.write_tiny = Mark{0.50, 0.32},
+        .read_tiny = Mark{0.50, 0.25},
+        .open = Mark{0.40, 0.15},
+        .close = Mark{1.0, 0.35},
+        .write_memory_per_frame = Mark{17, 16},
+        .read_memory_per_frame = Mark{26, 16},
+        .write_allocations = Mark{0.00101, {}}}},
   };
   return kContainers;
+}
+
+}  // namespace
+
+std::vector<MeasuredContainer> Containers(const Plan& plan) {
+  std::vector<MeasuredContainer> wanted;
+  for (const MeasuredContainer& measured : AllContainers()) {
+    if (plan.container.empty() || plan.container == measured.container->name) wanted.push_back(measured);
+  }
+  if (wanted.empty()) throw std::runtime_error(fmt::format("no container {}", plan.container));
+  return wanted;
 }
 
 Plan QuickPlan() {

@@ -14,14 +14,20 @@ namespace zmv::bench {
 
 // The marks that differ between containers; what a container has no mark for is shown for information.
 struct ContainerMarks {
-  std::optional<Mark> write_tiny;    // against libavformat, interleaved
-  std::optional<Mark> write_camera;  // against plain writing
-  std::optional<Mark> read_tiny;     // against libavformat without parsers
-  std::optional<Mark> open_growth;   // the long recording against the short one
-  std::optional<Mark> open;          // one hour, against libavformat
-  std::optional<Mark> close;         // of the long recording, against libavformat
-  std::optional<Mark> write_memory;  // KiB, growth from the short recording to the long one
-  std::optional<Mark> read_memory;   // KiB, likewise
+  std::optional<Mark> write_tiny = {};              // against libavformat, interleaved
+  std::optional<Mark> write_camera = {};            // against plain writing
+  std::optional<Mark> read_tiny = {};               // against libavformat without parsers
+  std::optional<Mark> open_growth = {};             // the long recording against the short one
+  std::optional<Mark> open = {};                    // one hour, against libavformat
+  std::optional<Mark> open_memory = {};             // KiB, growth from the short recording to the long one
+  std::optional<Mark> close = {};                   // of the long recording, against libavformat
+  std::optional<Mark> seek = {};                    // one hour, against libavformat
+  std::optional<Mark> seek_growth = {};             // the long recording against one hour
+  std::optional<Mark> write_memory = {};            // KiB, growth from the short recording to the long one
+  std::optional<Mark> read_memory = {};             // KiB, likewise
+  std::optional<Mark> write_memory_per_frame = {};  // bytes, that growth by the frame
+  std::optional<Mark> read_memory_per_frame = {};
+  Mark write_allocations = {0, {}};  // per frame
 };
 
 struct MeasuredContainer {
@@ -29,21 +35,22 @@ struct MeasuredContainer {
   ContainerMarks marks;
 };
 
-// Every container that can be written and read. A new one gets a row here and in contender.h.
-const std::vector<MeasuredContainer>& Containers();
-
 // Durations in minutes.
 struct Plan {
   uint32_t turns = 7;
   uint32_t tiny = 60;    // writing and reading tiny frames
   uint32_t camera = 10;  // writing and reading camera frames
   uint32_t brief = 10;   // the short recording that a long one is compared with
-  uint32_t hour = 60;    // opening, against libavformat
+  uint32_t hour = 60;    // opening and seeking, against libavformat
   uint32_t longest = 240;
   uint32_t few = 6;  // instructions: the difference of two runs
   uint32_t more = 12;
   std::string scratch = "/dev/shm";
+  std::string container;  // the only one to measure; empty: all
 };
+
+// The containers that the plan asks for.
+std::vector<MeasuredContainer> Containers(const Plan& plan);
 
 Plan QuickPlan();
 Plan SmokePlan();
@@ -58,6 +65,7 @@ void MeasureWriting(const Plan& plan, Report& report);
 void MeasureReading(const Plan& plan, Report& report);
 void MeasureOpening(const Plan& plan, Report& report);
 void MeasureClosing(const Plan& plan, Report& report);
+void MeasureSeeking(const Plan& plan, Report& report);
 void MeasureMemory(const Plan& plan, Report& report);
 void MeasureSystemCalls(const Plan& plan, Report& report);
 void MeasureInstructions(const Plan& plan, Report& report);
@@ -66,8 +74,9 @@ void MeasureLibrary(const Plan& plan, Report& report);
 // Writes a recording of the library to `path` and compares every frame that comes back. Throws when one differs.
 void Record(const Container& container, const Profile& profile, uint32_t minutes, const std::string& path);
 
-// One contender in this process, by name: what runs under callgrind. Reading needs a recording, which is made first.
-int RunSingle(const Plan& plan, const std::string& name, const std::string& container, uint32_t minutes);
+// One contender in this process, by name, for the first container of the plan: what runs under callgrind. Reading needs
+// a recording, which is made first.
+int RunSingle(const Plan& plan, const std::string& name, uint32_t minutes);
 
 }  // namespace zmv::bench
 

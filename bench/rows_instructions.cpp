@@ -60,7 +60,7 @@ double InstructionsOf(const Plan& plan, const Single& single, const Container& c
 
 void MeasureInstructions(const Plan& plan, Report& report) {
   const double frames = static_cast<double>(Count(kTiny, plan.more).frames - Count(kTiny, plan.few).frames);
-  for (const MeasuredContainer& measured : Containers()) {
+  for (const MeasuredContainer& measured : Containers(plan)) {
     for (const Single& single : kSingles) {
       const double more = InstructionsOf(plan, single, *measured.container, plan.more);
       const double few = InstructionsOf(plan, single, *measured.container, plan.few);
@@ -70,24 +70,23 @@ void MeasureInstructions(const Plan& plan, Report& report) {
   }
 }
 
-int RunSingle(const Plan& plan, const std::string& name, const std::string& container, uint32_t minutes) {
-  for (const MeasuredContainer& measured : Containers()) {
-    for (const Single& single : kSingles) {
-      if (name != single.name || container != measured.container->name) continue;
-      Task task;
-      task.container = measured.container;
-      task.profile = &kTiny;
-      task.minutes = minutes;
-      task.path = ScratchPath(plan, "single", *measured.container);
-      task.one_by_one = single.one_by_one;
-      const ScratchFile file(task.path);
-      if (single.reads) Record(*measured.container, kTiny, minutes, task.path);
-      Sample sample;
-      if (!single.run(task, sample)) throw std::runtime_error(fmt::format("{} failed", name));
-      return 0;
-    }
+int RunSingle(const Plan& plan, const std::string& name, uint32_t minutes) {
+  const Container& container = *Containers(plan).front().container;
+  for (const Single& single : kSingles) {
+    if (name != single.name) continue;
+    Task task;
+    task.container = &container;
+    task.profile = &kTiny;
+    task.minutes = minutes;
+    task.path = ScratchPath(plan, "single", container);
+    task.one_by_one = single.one_by_one;
+    const ScratchFile file(task.path);
+    if (single.reads) Record(container, kTiny, minutes, task.path);
+    Sample sample;
+    if (!single.run(task, sample)) throw std::runtime_error(fmt::format("{} failed", name));
+    return 0;
   }
-  throw std::runtime_error(fmt::format("no contender {} for {}", name, container));
+  throw std::runtime_error(fmt::format("no contender {}", name));
 }
 
 }  // namespace zmv::bench

@@ -40,9 +40,15 @@ void AddMemory(const char* what, const Container& container, const Plan& plan, c
   report.Add({"memory", fmt::format("{}: {}", name, Span(plan.longest)), Kib(longest), "KiB", std::nullopt});
 }
 
-void AddAllocations(const char* what, const Container& container, const Sample& longest, Report& report) {
+void AddPerFrame(const char* what, const Container& container, const Sample& brief, const Sample& longest,
+                 std::optional<Mark> mark, Report& report) {
+  const double bytes = Growth(brief, longest) * kKib / static_cast<double>(longest.frames - brief.frames);
+  report.Add({"memory", fmt::format("{} {}: for every further frame", container.name, what), bytes, "bytes", mark});
+}
+
+void AddAllocations(const char* what, const Container& container, const Sample& longest, Mark mark, Report& report) {
   report.Add({"memory", fmt::format("{} {}: allocations per frame", container.name, what),
-              static_cast<double>(longest.allocations) / static_cast<double>(longest.frames), "", Mark{0, {}}});
+              static_cast<double>(longest.allocations) / static_cast<double>(longest.frames), "", mark});
 }
 
 void MemoryOf(const Plan& plan, const MeasuredContainer& measured, Report& report) {
@@ -55,9 +61,11 @@ void MemoryOf(const Plan& plan, const MeasuredContainer& measured, Report& repor
   const Sample written_long = RunInChild({"library", &WriteLibrary, longest});
   const Sample read_long = RunInChild({"library", &ReadLibrary, longest});
   AddMemory("write", container, plan, written, written_long, measured.marks.write_memory, report);
-  AddAllocations("write", container, written_long, report);
+  AddPerFrame("write", container, written, written_long, measured.marks.write_memory_per_frame, report);
+  AddAllocations("write", container, written_long, measured.marks.write_allocations, report);
   AddMemory("read", container, plan, read, read_long, measured.marks.read_memory, report);
-  AddAllocations("read", container, read_long, report);
+  AddPerFrame("read", container, read, read_long, measured.marks.read_memory_per_frame, report);
+  AddAllocations("read", container, read_long, Mark{0, {}}, report);
   const Sample peer_read = RunInChild({"libavformat", &ReadLibav, longest});
   const Sample peer_written = RunInChild({"libavformat", &WriteLibav, longest});
   report.Add({"memory", fmt::format("{} write: {}, libavformat", container.name, Span(plan.longest)), Kib(peer_written),
@@ -87,11 +95,11 @@ void CallsOf(const Plan& plan, const MeasuredContainer& measured, Report& report
 }  // namespace
 
 void MeasureMemory(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) MemoryOf(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) MemoryOf(plan, measured, report);
 }
 
 void MeasureSystemCalls(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) CallsOf(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) CallsOf(plan, measured, report);
 }
 
 }  // namespace zmv::bench

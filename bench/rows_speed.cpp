@@ -108,14 +108,16 @@ void OpenOne(const Plan& plan, const MeasuredContainer& measured, Report& report
               ratio(kLongest, kBrief), "x", measured.marks.open_growth});
   report.Add({"open", fmt::format("{} {}: against libavformat, same file", container.name, Span(plan.hour)),
               ratio(kHour, kHour + kPeer), "x", measured.marks.open});
+  const auto memory = [](const Sample& sample) { return static_cast<double>(sample.memory) / 1024; };
+  report.Add({"open", fmt::format("{}: {} more than {}, memory", container.name, Span(plan.longest), Span(plan.brief)),
+              turns.Median(kLongest, memory) - turns.Median(kBrief, memory), "KiB", measured.marks.open_memory});
   for (size_t i = 0; i < std::size(recordings); ++i) {
     for (const size_t peer : {size_t{0}, size_t{kPeer}}) {
       const std::string who =
           fmt::format("{} {}: {}", container.name, Span(recordings[i].minutes), contenders[2 * i + peer].name);
       const double microseconds = turns.Median(2 * i + peer, CpuOfAll) / 1000;
       report.Add({"open", who, microseconds, "us", std::nullopt});
-      const double kib = turns.Median(2 * i + peer, [](const Sample& sample) { return double(sample.memory) / 1024; });
-      report.Add({"open", who + ", memory", kib, "KiB", std::nullopt});
+      report.Add({"open", who + ", memory", turns.Median(2 * i + peer, memory), "KiB", std::nullopt});
     }
   }
 }
@@ -138,25 +140,25 @@ void CloseOne(const Plan& plan, const MeasuredContainer& measured, Report& repor
 }  // namespace
 
 void MeasureWriting(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) {
+  for (const MeasuredContainer& measured : Containers(plan)) {
     WriteOne(plan, measured, kTiny, plan.tiny, report);
     WriteOne(plan, measured, kCamera, plan.camera, report);
   }
 }
 
 void MeasureReading(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) {
+  for (const MeasuredContainer& measured : Containers(plan)) {
     ReadOne(plan, measured, kTiny, plan.tiny, report);
     ReadOne(plan, measured, kCamera, plan.camera, report);
   }
 }
 
 void MeasureOpening(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) OpenOne(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) OpenOne(plan, measured, report);
 }
 
 void MeasureClosing(const Plan& plan, Report& report) {
-  for (const MeasuredContainer& measured : Containers()) CloseOne(plan, measured, report);
+  for (const MeasuredContainer& measured : Containers(plan)) CloseOne(plan, measured, report);
 }
 
 }  // namespace zmv::bench

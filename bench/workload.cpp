@@ -24,6 +24,10 @@ constexpr uint8_t kAudioHead[] = {0x21, 0x10};
 constexpr uint32_t kIndexBytes = 5;
 constexpr uint32_t kIndexBits = 7;
 
+constexpr uint64_t kSeekStream = 100;  // of Draw(): no frame is drawn from it
+constexpr uint32_t kSecond = 1000;
+constexpr uint32_t kKeyDistance = 40;  // in milliseconds, above the duration of a frame
+
 constexpr uint64_t Lcg(uint64_t x) { return x * 6364136223846793005u + 1442695040888963407u; }
 
 constexpr uint64_t Draw(uint64_t seed, uint64_t stream, uint64_t index) {
@@ -93,6 +97,19 @@ bool Workload::Next(Frame& frame) {
   frame.data = pool_.get() + (drawn & 0xFFFFFFFF) % kPoolStarts;
   PutHead(frame);
   return true;
+}
+
+uint32_t SeekTarget(const Profile& profile, uint32_t minutes, uint32_t index) {
+  static_assert(kKeyInterval == kVideoRate, "a key frame every second");
+  const uint32_t target = Scale(Draw(profile.seed, kSeekStream, index), {0, minutes * 60 * kSecond - 1});
+  const uint32_t offset = target % kSecond;
+  return target - offset + std::clamp(offset, kKeyDistance, kSecond - kKeyDistance);
+}
+
+uint32_t VideoIndexOf(const uint8_t* payload) {
+  uint64_t index = 0;
+  for (uint32_t i = 0; i < kIndexBytes; ++i) index = index << kIndexBits | (payload[sizeof kKeyHead + i] & 0x7F);
+  return static_cast<uint32_t>(index);
 }
 
 Totals Count(const Profile& profile, uint32_t minutes) {

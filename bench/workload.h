@@ -88,6 +88,16 @@ class Workload {
   uint8_t below_head_[kMaxHead];
 };
 
+// A time in milliseconds to seek to. It is more than a frame away from every key frame, so that rounding decides for
+// nobody which one lies before it.
+uint32_t SeekTarget(const Profile& profile, uint32_t minutes, uint32_t index);
+
+// The index of the key frame that lies before a time.
+constexpr uint32_t KeyFrameBefore(uint32_t milliseconds) { return milliseconds / 1000 * kVideoRate; }
+
+// The index that a video payload carries, whatever its first four bytes are.
+uint32_t VideoIndexOf(const uint8_t* payload);
+
 struct Totals {
   uint64_t frames = 0;
   uint64_t bytes = 0;

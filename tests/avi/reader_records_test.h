@@ -95,6 +95,13 @@ class ReaderRecords : public ::testing::Test {
     }
   }
 
+  // Only so many bytes of the file are there from now on.
+  void Present(uint32_t size) {
+    static uint32_t present;
+    present = size;
+    for (auto& record : records_) record->m_hStream->CurSize = [](void*) { return int64_t{present}; };
+  }
+
   AVIReaderHandle* Reader() { return handle_.get(); }
   AVIReaderStream& Stream(uint32_t number) { return *handle_->m_pStream[number]; }
   ReadingPlace PlaceOf(uint32_t number) {
@@ -113,7 +120,7 @@ class ReaderRecords : public ::testing::Test {
     result.frame.dwBufSize = capacity;
     result.frame.dwMediaType = media;
     result.frame.dwTrack = track;
-    result.frame.dwKeyFrame = kUntouched;
+    result.frame.dwKeyFrame = result.frame.dwSize = kUntouched;
     result.code = Code(AVIReaderReadFrame(Reader(), &result.frame));
     EXPECT_EQ(ByteVector(buffer.end() - 8, buffer.end()), ByteVector(8, kGuard)) << "written past the buffer";
     if (result.code == 0) {

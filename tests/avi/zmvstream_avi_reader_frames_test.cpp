@@ -42,7 +42,7 @@ TEST_F(AviFrames, OddFrameRate_StampsInSinglePrecision) {
   AviSpec file = Video({}, 29970);
   for (uint8_t i = 0; i < 8; ++i) file.chunks.push_back({"00dc", Payload(4, i)});
   Load(file);
-  for (uint64_t expected : {0, 33, 66, 100, 133, 166, 200, 233}) {
+  for (uint32_t expected : {0u, 33u, 66u, 100u, 133u, 166u, 200u, 233u}) {
     const ReadResult frame = Read(ZMV_MEDIA_VIDEO);
     EXPECT_EQ(frame.frame.llTimeStamp, expected);
     EXPECT_EQ(frame.frame.dwDuration, 33u);
@@ -210,10 +210,23 @@ TEST_F(AviFrames, EntryAtTheEndOfTheFile_IsAFailedRead) {
   EXPECT_THAT(host_.Traces(1), Contains("err (0x80000012)\n"));
 }
 
-TEST_F(AviFrames, DataThatIsNotThereYet_IsAFailure) {
+TEST_F(AviFrames, DataThatIsNotThereYet_IsAFailureUntilItIs) {
+  Load(Video({{"00dc", Payload(4, 1)}, {"00dc", Payload(4, 2)}}));
+  const uint32_t size_field = index_[0][1].m_dwPos + 4;
+  Present(size_field);
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, Payload(4, 1));
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_FAIL);
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_FAIL);
+  Present(size_field + 8);
+  const ReadResult frame = Read(ZMV_MEDIA_VIDEO);
+  EXPECT_EQ(frame.data, Payload(4, 2));
+  EXPECT_EQ(frame.frame.llTimeStamp, 40u);
+}
+
+// A host that cannot tell how much there is has nothing.
+TEST_F(AviFrames, UnknownDataSize_CountsAsNone) {
   Load(Video({{"00dc", Payload(4, 1)}}));
-  Reader()->m_dwFileSize += 100;
-  index_[0][0].m_dwPos = Reader()->m_dwFileSize - 50;
+  Stream(0).m_hStream->CurSize = [](void*) { return int64_t{Result(ZMV_E_NOT_SUPPORTED)}; };
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).code, ZMV_E_FAIL);
 }
 

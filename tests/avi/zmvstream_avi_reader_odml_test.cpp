@@ -292,6 +292,21 @@ TEST_F(AviOdml, WholeFile_IsIndexedAcrossItsForms) {
   }
 }
 
+TEST_F(AviOdml, CutInTheLastForm_KeepsWhatTheIndexesName) {
+  AviSpec file;
+  file.streams = {VideoStream()};
+  const ByteVector bytes = BuildOpenDml(file, {{{"00dc", ByteVector(10)}}, {{"00dc", ByteVector(6)}}});
+  ASSERT_EQ(Describe(bytes), 0u);
+  const std::vector<Entry> whole = Entries(0);
+  const uint32_t data = reader_->m_dwDataPos2;
+  // As long as the frame's first byte is there the entry is; the list is not complete and the walk ends in it.
+  ASSERT_EQ(Describe(Front(bytes, data + 1)), 0u);
+  EXPECT_EQ(Entries(0), whole);
+  EXPECT_EQ(reader_->m_dwDataPos2, data);
+  ASSERT_EQ(Describe(Front(bytes, data)), 0u);
+  EXPECT_THAT(Entries(0), ElementsAre(whole[0]));
+}
+
 TEST_F(AviOdml, WholeFileBehindAPrefix_CountsFromTheRiffData) {
   AviSpec file;
   file.streams = {VideoStream()};
