@@ -34,6 +34,7 @@ void Describe(const DemoStream& stream, ZMVFileInfo& info) {
     video.dwWidth = kWidth;
     video.dwHeight = kHeight;
     video.dwFrameRate = stream.rate;
+    video.dwFixedRate = stream.rate;  // else an AVI gets the rate that is measured in milliseconds
     video.dwTimeScale = tool::kVideoTimeScale;
     std::copy(stream.configuration.begin(), stream.configuration.end(), video.abExtraData);
     video.dwExtraDataSize = configuration_size;
@@ -51,6 +52,7 @@ void Describe(const DemoStream& stream, ZMVFileInfo& info) {
     ZMVTextInfo& text = info.m_Text[info.dwTextCount++];
     text.dwFourCC = ZMV_FOURCC('G', 'P', 'S', ' ');
     text.dwRate = stream.rate;
+    text.dwFixedRate = stream.rate;
     text.dwTimeScale = tool::kTextTimeScale;
   }
 }
@@ -65,7 +67,9 @@ struct Lane {
   int64_t time_us() const { return stream->frames[next].time_us; }
 };
 
-Lane MakeLane(const DemoStream& stream) {
+// Video durations are microseconds in an MP4, milliseconds in an AVI.
+Lane MakeLane(const DemoStream& stream, bool avi) {
+  if (avi) return {&stream, tool::DurationClock(tool::kMilliseconds, tool::kMilliseconds, stream.nominal_us)};
   const bool video = stream.media == ZMV_MEDIA_VIDEO;
   const uint32_t scale = video                             ? tool::kVideoTimeScale
                          : stream.media == ZMV_MEDIA_AUDIO ? stream.rate
@@ -93,19 +97,19 @@ void Record(const std::string& path, const std::vector<DemoStream>& streams) {
   auto info = std::make_unique<ZMVFileInfo>();
   info->m_dwFileType = 1;
   info->dwTimeScale = tool::kVideoTimeScale;
-  // A text that begins with F makes the writer collect positions in the boxes GPSR and SENS.
+  // A text that begins with F makes the MP4 writer collect positions in the boxes GPSR and SENS.
   std::snprintf(info->szSoftware, sizeof(info->szSoftware), "F zmv demo");
   std::vector<Lane> lanes;
   int64_t end_us = 0;
   for (const DemoStream& stream : streams) {
     Describe(stream, *info);
-    lanes.push_back(MakeLane(stream));
+    lanes.push_back(MakeLane(stream, IsAvi(path)));
     end_us = std::max(end_us, stream.frames.back().time_us + stream.nominal_us);
   }
   info->dwDuration = static_cast<uint32_t>(end_us / 1000);
 
   ZMVWriterParam param{};
-  param.dwFormat = ZMV_FORMAT_MP4;
+  param.dwFormat = IsAvi(path) ? ZMV_FORMAT_AVI : ZMV_FORMAT_MP4;
   param.pszPath = path.c_str();
   param.bInterleave = 1;
   param.llExpire = static_cast<uint64_t>(end_us / 1000);

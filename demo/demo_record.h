@@ -9,7 +9,8 @@
 
 namespace zmv::demo {
 
-// At most one stream of each medium. Overwrites `path`; throws std::runtime_error when the library reports a failure.
+// At most one stream of each medium, as InAvi() makes it when `path` is that of an AVI. Overwrites `path`; throws
+// std::runtime_error when the library reports a failure.
 void Record(const std::string& path, const std::vector<DemoStream>& streams);
 
 }  // namespace zmv::demo

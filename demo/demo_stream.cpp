@@ -86,4 +86,18 @@ DemoStream LoadGps(const std::string& path) {
   return stream;
 }
 
+DemoStream InAvi(const DemoStream& stream) {
+  DemoStream changed = stream;
+  if (stream.codec != "H.264") return changed;
+  for (DemoFrame& frame : changed.frames) {
+    if (frame.key) {
+      frame.payload.insert(frame.payload.begin(), stream.configuration.begin(), stream.configuration.end());
+    }
+  }
+  changed.configuration.clear();
+  return changed;
+}
+
+bool IsAvi(const std::string& path) { return path.ends_with(".avi"); }
+
 }  // namespace zmv::demo

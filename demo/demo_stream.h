@@ -36,6 +36,11 @@ DemoStream LoadVideo(const std::string& path, VideoCodec codec);
 DemoStream LoadAac(const std::string& path);
 DemoStream LoadGps(const std::string& path);
 
+// The same stream as an AVI has it: H.264 parameter sets in front of every key frame, where an MP4 keeps them apart.
+DemoStream InAvi(const DemoStream& stream);
+// Whether a recording at `path` is an AVI.
+bool IsAvi(const std::string& path);
+
 }  // namespace zmv::demo
 
 #endif

@@ -1,5 +1,6 @@
-// zmv_demo SAMPLES OUT: records the sample streams into OUT through the writer facade, plays the recordings back
-// through the reader facade, compares every frame with its source, seeks, and writes the drive to OUT/drive.gpx.
+// zmv_demo SAMPLES OUT: records the sample streams into MP4 and AVI files in OUT through the writer facade, plays the
+// recordings back through the reader facade, compares every frame with its source, copies MP4 to AVI and back, seeks,
+// and writes the drive to OUT/drive.gpx.
 #include <fmt/core.h>
 
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include "demo/demo_seek.h"
 #include "demo/demo_verify.h"
 #include "platform/zmv_host.h"
+#include "tools/zmv/command_line.h"
 #include "tools/zmv/console.h"
 #include "tools/zmv/output_file.h"
 #include "tools/zmv/telemetry_writer.h"
@@ -29,9 +31,34 @@ void PrintTable(const std::string& path, const std::vector<Verified>& results) {
   }
 }
 
+std::vector<DemoStream> FormOf(const std::string& path, const std::vector<DemoStream>& streams) {
+  std::vector<DemoStream> stored;
+  for (const DemoStream& stream : streams) stored.push_back(IsAvi(path) ? InAvi(stream) : stream);
+  return stored;
+}
+
 void RecordAndVerify(const std::string& path, const std::vector<DemoStream>& streams) {
-  Record(path, streams);
-  PrintTable(path, Verify(path, streams));
+  const std::vector<DemoStream> stored = FormOf(path, streams);
+  Record(path, stored);
+  PrintTable(path, Verify(path, stored));
+}
+
+// Copies a recording with the tool; what the copy must hold is known from the source streams.
+void RemuxAndVerify(std::string from, std::string to, const std::vector<DemoStream>& streams) {
+  std::string words[] = {"zmv", "remux", from, "-o", to, "--force", "--quiet"};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  if (tool::RunCommandLine(static_cast<int>(arguments.size()), arguments.data()) != 0) {
+    throw std::runtime_error(from + ": could not be copied to " + to);
+  }
+  fmt::print("\n{} -> {}", from, to);
+  PrintTable(to, Verify(to, FormOf(to, streams)));
+}
+
+void RemuxThereAndBack(const std::string& out, const std::string& name, const std::vector<DemoStream>& streams) {
+  const std::string avi = out + "/remuxed_" + name + ".avi";
+  RemuxAndVerify(out + "/drive_" + name + ".mp4", avi, streams);
+  RemuxAndVerify(avi, out + "/remuxed_" + name + ".mp4", streams);
 }
 
 void SeekAndPrint(const std::string& path, const DemoStream& video) {
@@ -63,14 +90,20 @@ int Run(const std::string& samples, const std::string& out) {
   const DemoStream sound = LoadAac(samples + "/drive_aac.aac");
   const DemoStream video = LoadVideo(samples + "/drive_h264.h264", VideoCodec::kH264);
   const DemoStream positions = LoadGps(samples + "/drive_gps.gpx");
+  const std::vector<DemoStream> h264 = {video, sound, positions};
+  const std::vector<DemoStream> hevc = {LoadVideo(samples + "/drive_hevc.hevc", VideoCodec::kHevc), sound};
   const std::string drive = out + "/drive_h264.mp4";
-  RecordAndVerify(drive, {video, sound, positions});
-  RecordAndVerify(out + "/drive_hevc.mp4", {LoadVideo(samples + "/drive_hevc.hevc", VideoCodec::kHevc), sound});
+  RecordAndVerify(drive, h264);
+  RecordAndVerify(out + "/drive_hevc.mp4", hevc);
+  RecordAndVerify(out + "/drive_h264.avi", h264);
+  RecordAndVerify(out + "/drive_hevc.avi", hevc);
+  RemuxThereAndBack(out, "h264", h264);
+  RemuxThereAndBack(out, "hevc", hevc);
   SeekAndPrint(drive, video);
   WriteDrive(drive, out + "/drive.gpx", positions.frames.size());
   fmt::print(
       "\nEvery frame that was recorded came back as it was. (Times may differ by {} ms: the file counts in ticks, "
-      "the reader in whole milliseconds.)\nThe recordings are in {}\n",
+      "the reader in whole milliseconds.) Copied to AVI and back, too.\nThe recordings are in {}\n",
       kTimeToleranceMs, std::filesystem::absolute(out).lexically_normal().string());
   return 0;
 }

@@ -62,8 +62,7 @@ class VideoConverter : public Converter {
     video.dwWidth = static_cast<uint32_t>(parameters.width);
     video.dwHeight = static_cast<uint32_t>(parameters.height);
     video.dwFrameRate = static_cast<uint32_t>(std::lround(av_q2d(rate_) * 1000));
-    const bool whole_rate = rate_.num > 0 && rate_.num % rate_.den == 0;
-    if (!input_.stamped && whole_rate) video.dwFixedRate = video.dwFrameRate;
+    if (IsConstant() && rate_.num % rate_.den == 0) video.dwFixedRate = video.dwFrameRate;
     video.dwBitRate = static_cast<uint32_t>(std::max<int64_t>(parameters.bit_rate, 0));
     std::copy(sets.begin(), sets.end(), video.abExtraData);
     video.dwExtraDataSize = static_cast<uint32_t>(sets.size());
@@ -76,6 +75,12 @@ class VideoConverter : public Converter {
     if (parameters.extradata_size > 0) {
       filter_.Learn(ByteView(parameters.extradata, static_cast<size_t>(parameters.extradata_size)));
     }
+  }
+
+  bool IsConstant() const {
+    const AVStream& stream = *input_.stream;
+    return !input_.stamped ||
+           (stream.avg_frame_rate.num > 0 && av_cmp_q(stream.avg_frame_rate, stream.r_frame_rate) == 0);
   }
 
   AVRational ChooseRate() const {

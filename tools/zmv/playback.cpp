@@ -31,6 +31,12 @@ ToolError NoDescription(const std::string& path, int32_t result) {
   return LibraryError(path, "its description cannot be read", result, kExitDamaged);
 }
 
+// Format chunks are filled up with zeros; a parameter set never ends in one.
+void TrimConfiguration(ZMVVideoInfo& video) {
+  if (!CodecOf(video.dwFourCC)) return;
+  while (video.dwExtraDataSize > 0 && video.abExtraData[video.dwExtraDataSize - 1] == 0) --video.dwExtraDataSize;
+}
+
 }  // namespace
 
 const char* MediaName(uint32_t media) {
@@ -67,6 +73,7 @@ void Playback::CompleteAvi() {
     const auto duration = static_cast<uint32_t>(entry.DurationMs());
     info_.dwDuration = std::max(info_.dwDuration, duration);
     if (entry.stream.media == ZMV_MEDIA_VIDEO) {
+      TrimConfiguration(info_.m_Video[entry.track]);
       info_.m_Video[entry.track].dwFrames = frames;
       info_.m_Video[entry.track].dwDuration = duration;
     } else if (entry.stream.media == ZMV_MEDIA_AUDIO) {

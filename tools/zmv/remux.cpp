@@ -135,17 +135,12 @@ class Remux {
     PlanRate(source, video);
   }
 
-  void PrepareParameterSets(TrackSource& source, VideoCodec codec, ZMVVideoInfo& video) const {
+  void PrepareParameterSets(TrackSource& source, VideoCodec codec, const ZMVVideoInfo& video) const {
     const ByteView stored(video.abExtraData, std::min<size_t>(video.dwExtraDataSize, sizeof(video.abExtraData)));
-    if (from_avi()) {
-      PictureFilter filter(codec);
-      filter.Learn(stored);
-      if (!to_avi_ && *filter.Missing() != '\0') Refuse(source, fmt::format("it lacks {}", filter.Missing()));
-      // Format chunks come padded.
-      const Bytes sets = filter.ParameterSets();
-      std::copy(sets.begin(), sets.end(), video.abExtraData);
-      video.dwExtraDataSize = static_cast<uint32_t>(sets.size());
-    }
+    PictureFilter filter(codec);
+    filter.Learn(stored);
+    if (from_avi() && !to_avi_ && *filter.Missing() != '\0')
+      Refuse(source, fmt::format("it lacks {}", filter.Missing()));
     // A recording of this library has its frames' records, and its payloads are copied byte for byte; so are those that
     // go to an AVI, which keeps access units as they are.
     if (!to_avi_ && (from_avi() || map_.front.empty())) source.KeepPicturesOnly(codec, stored);
@@ -160,8 +155,12 @@ class Remux {
       const bool whole = riff->stream.rate % riff->stream.scale == 0;
       video.dwFixedRate = whole ? video.dwFrameRate : 0;
     } else if (video.dwDuration > 0) {
-      video.dwFrameRate =
-          static_cast<uint32_t>(std::min<uint64_t>(video.dwFrames * kThousandthsPerMs / video.dwDuration, UINT32_MAX));
+      const uint64_t rate = std::min<uint64_t>(video.dwFrames * kThousandthsPerMs / video.dwDuration, UINT32_MAX);
+      video.dwFrameRate = static_cast<uint32_t>(rate);
+      // As exact as a duration in whole milliseconds.
+      const uint64_t whole = (rate + kSecondMs / 2) / kSecondMs * kSecondMs;
+      const uint64_t off = whole > rate ? whole - rate : rate - whole;
+      video.dwFixedRate = off <= rate / video.dwDuration + 1 ? static_cast<uint32_t>(whole) : 0;
     }
   }
 
