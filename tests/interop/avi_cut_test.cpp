@@ -51,6 +51,7 @@ class CutAvi : public testing::Test {
 
   void Cut(size_t size) {
     path_ = "interop_avi_cut.avi";
+    size_ = size;
     std::ofstream(path_, std::ios::binary)
         .write(reinterpret_cast<const char*>(file_.data()), static_cast<std::streamsize>(size));
   }
@@ -65,7 +66,8 @@ class CutAvi : public testing::Test {
       frame.dwBufSize = static_cast<uint32_t>(buffer.size());
       const auto code = static_cast<uint32_t>(ZMVReaderReadFrame(reader, &frame));
       if (code != 0) {
-        EXPECT_EQ(code, ZMV_E_END);
+        // A file that ends before its media begins has no place to read from.
+        EXPECT_TRUE(code == ZMV_E_END || (code == ZMV_E_SEEK && size_ < chunks_[0].position)) << code;
         return i;
       }
       const bool same = i < source.frames.size() && frame.dwSize == source.frames[i].payload.size() &&
@@ -98,6 +100,7 @@ class CutAvi : public testing::Test {
   std::vector<uint8_t> file_;
   std::vector<Chunk> chunks_;
   std::string path_;
+  size_t size_ = 0;
 };
 
 TEST_F(CutAvi, AtEveryChunkAndOneByteToEitherSide_GivesEveryWholeFrame) {

@@ -26,10 +26,10 @@ constexpr const char* kPicture = "-f lavfi -i testsrc2=size=176x144:rate=25:dura
 constexpr const char* kSound = "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=5 ";
 
 constexpr Variant kVariants[] = {
-    {"H264AndAac", "-r 30 -i SAMPLES/drive_h264.h264 -i SAMPLES/drive_aac.aac -c copy -bsf:a aac_adtstoasc", "H264",
+    {"H264AndAac", "-r 30 -i SAMPLES/drive_h264.h264 SOUND -c:v copy -c:a aac", "H264",
      ZMV_AUDIO_AAC, false},
     {"H264WithUnits", "-r 30 -i SAMPLES/units_h264.h264 -c copy", "H264", 0, false},
-    {"Hevc", "-r 30 -i SAMPLES/drive_hevc.hevc -c copy", "HEVC", 0, false},
+    {"Hevc", "-r 30 -i SAMPLES/drive_hevc.hevc -c copy -tag:v HEVC", "HEVC", 0, false},
     {"Mpeg4AndMp3", "PICTURE SOUND -c:v mpeg4 -g 12 -bf 0 -c:a libmp3lame -b:a 64k", "FMP4", ZMV_AUDIO_MPEG, false},
     {"MjpegAndMonoPcm", "PICTURE SOUND -c:v mjpeg -c:a pcm_s16le", "MJPG", ZMV_AUDIO_PCM, true},
     {"Mpeg4AndStereoPcm", "PICTURE SOUND -c:v mpeg4 -g 12 -bf 0 -c:a pcm_s16le -ac 2", "FMP4", ZMV_AUDIO_PCM, true},
@@ -107,11 +107,23 @@ class AviOfFfmpeg : public testing::TestWithParam<Variant> {
     return bytes;
   }
 
+  static std::vector<bool> Keys(const std::vector<Packet>& packets) {
+    std::vector<bool> keys;
+    for (const Packet& packet : packets) keys.push_back(packet.key);
+    return keys;
+  }
+
   void Compare(uint32_t media, AVMediaType type) {
     const std::vector<Packet> ours = Ours(media);
     const std::vector<Packet> theirs = Theirs(type);
     ASSERT_GT(theirs.size(), 20u);
     ASSERT_EQ(ours.size(), theirs.size());
+    if (info_->m_Video[0].dwFourCC == ZMV_FOURCC('H', 'E', 'V', 'C')) {
+      // libavformat takes HEVC apart anew, which moves the first byte of a start code to the packet before.
+      EXPECT_EQ(Joined(ours), Joined(theirs));
+      EXPECT_EQ(Keys(ours), Keys(theirs));
+      return;
+    }
     for (size_t i = 0; i < ours.size(); ++i) {
       ASSERT_EQ(ours[i].data, theirs[i].data) << i;
       ASSERT_EQ(ours[i].key, theirs[i].key) << i;
