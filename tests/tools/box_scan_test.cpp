@@ -222,7 +222,7 @@ TEST_F(BoxScan, EveryTruncation_IsDescribedOrRefused) {
     if (size >= DataPosition(whole) + 4) {
       const FileMap open = ScanFile(open_path);
       ASSERT_TRUE(open.health == Health::kCut || open.health == Health::kDamaged) << size;
-      ASSERT_FALSE(open.indexed) << size;
+      ASSERT_FALSE(open.readable) << size;
     }
     // Cut after it was finished. Below 8 bytes there is no box header.
     std::filesystem::resize_file(path_, size);
@@ -231,7 +231,7 @@ TEST_F(BoxScan, EveryTruncation_IsDescribedOrRefused) {
     if (cut.health == Health::kNotRecording) continue;
     const Json info = DescribeRecording(path_, cut);
     ASSERT_FALSE(RecordingText(info).empty());
-    ASSERT_EQ(info["streams"].empty(), !cut.indexed) << size;
+    ASSERT_EQ(info["streams"].empty(), !cut.readable) << size;
   }
 }
 

@@ -74,12 +74,13 @@ inline Bytes PayloadOf(const GpsPoint& point) {
   return Bytes(payload.begin(), payload.end());
 }
 
-// Three pictures, three sound frames, and `payloads` a second apart as text.
+// Three pictures, three sound frames, and `payloads` a second apart as text; an AVI when `path` ends in .avi.
 inline void WriteSmallRecording(const std::string& path, const std::vector<Bytes>& payloads,
                                 const std::string& software = "F test") {
   Console console;
   RecorderOptions options;
   options.path = path;
+  options.container = ContainerOfName(path);
   options.force = true;
   Recorder recorder(options, SmallInfo(software), {33333, kSmallAudioFrameUs, 1000000}, console);
   for (int64_t i = 0; i < 3; ++i) {
