@@ -26,8 +26,7 @@ constexpr const char* kPicture = "-f lavfi -i testsrc2=size=176x144:rate=25:dura
 constexpr const char* kSound = "-f lavfi -i sine=frequency=440:sample_rate=44100:duration=5 ";
 
 constexpr Variant kVariants[] = {
-    {"H264AndAac", "-r 30 -i SAMPLES/drive_h264.h264 SOUND -c:v copy -c:a aac", "H264",
-     ZMV_AUDIO_AAC, false},
+    {"H264AndAac", "-r 30 -i SAMPLES/drive_h264.h264 SOUND -c:v copy -c:a aac", "H264", ZMV_AUDIO_AAC, false},
     {"H264WithUnits", "-r 30 -i SAMPLES/units_h264.h264 -c copy", "H264", 0, false},
     {"Hevc", "-r 30 -i SAMPLES/drive_hevc.hevc -c copy -tag:v HEVC", "HEVC", 0, false},
     {"Mpeg4AndMp3", "PICTURE SOUND -c:v mpeg4 -g 12 -bf 0 -c:a libmp3lame -b:a 64k", "FMP4", ZMV_AUDIO_MPEG, false},
