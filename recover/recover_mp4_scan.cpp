@@ -305,17 +305,18 @@ void Mp4Scan::EndAt(uint64_t from) {
   } else if (item != Item::kEnd && item != Item::kBox && !front_.cut) {
     report_.llIncomplete = std::max(written, from) - from;
   }
-  Conclude();
+  Conclude(item == Item::kBox);
 }
 
-void Mp4Scan::Conclude() {
+void Mp4Scan::Conclude(bool box_follows) {
   const bool found = report_.dwFrames != 0;
   if (!front_.own && !found) {
     report_.dwState = ZMV_RECOVER_FOREIGN;
     return;
   }
   const bool damaged = report_.dwHoles != 0 || report_.dwDropped != 0 || (!front_.sound && !front_.cut);
-  const bool closed = media_end_ != 0 && media_end_ == items_end_;
+  // Without a frame the size of the media data is the same before and after closing.
+  const bool closed = media_end_ != 0 ? media_end_ == items_end_ : box_follows && items_end_ == front_.end;
   report_.dwState = damaged ? ZMV_RECOVER_DAMAGED : closed ? ZMV_RECOVER_WHOLE : ZMV_RECOVER_CUT;
   report_.bCanInPlace = front_.sound ? 1 : 0;
 }

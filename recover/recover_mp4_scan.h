@@ -60,7 +60,7 @@ class Mp4Scan final : public Scan {
   bool IsFrame(uint64_t position);
   void AddHole(uint64_t from, uint64_t to);
   void EndAt(uint64_t incomplete_from);
-  void Conclude();
+  void Conclude(bool box_follows);
   bool Fail(int32_t result);
 
   Window window_;
