@@ -156,7 +156,8 @@ size_t Recording::CompleteIn(uint64_t length) const {
       std::count_if(frames.begin(), frames.end(), [&](const TestFrame& frame) { return frame.end <= length; }));
 }
 
-Recording Record(const ZMVFileInfo& info, std::vector<TestFrame> frames, uint8_t interleave, uint64_t expire) {
+Recording Record(const ZMVFileInfo& info, std::vector<TestFrame> frames, uint8_t interleave, uint64_t expire,
+                 const std::function<void()>& before_close) {
   ScriptedHost& host = *ScriptedHost::Current();
   Recording recording;
   ZMVStreamBuf* stream = nullptr;
@@ -187,6 +188,7 @@ Recording Record(const ZMVFileInfo& info, std::vector<TestFrame> frames, uint8_t
     frame.end = file.size();
   }
   recording.open = host.File(kPath);
+  if (before_close) before_close();
   MP4WriterClose(writer);
   ZMVStreamBuf_Close(stream);
   recording.closed = host.File(kPath);
