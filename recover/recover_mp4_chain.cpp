@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
@@ -10,6 +11,7 @@ namespace zmv::recover {
 namespace {
 
 constexpr uint32_t kLengthSize = 4;
+constexpr uint32_t kTypeOffset = 4;  // of a box
 // Between a record and its payload its track's chunk offsets can be spilled, and the chunk table of another.
 constexpr uint32_t kMaxTablesBetween = 4;
 
@@ -17,18 +19,21 @@ bool AllZero(const uint8_t* bytes, uint32_t count) {
   return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
 }
 
+// The boxes that closing writes behind the media data.
+constexpr uint32_t kClosingBoxes[] = {FourCC("GPSR"), FourCC("SENS"), FourCC("AIDD"), FourCC("moov"), FourCC("free")};
+
 bool IsClosingBox(const uint8_t* bytes, uint32_t size) {
   if (size < mp4::kBoxHeaderSize || LoadBE32(bytes) < mp4::kBoxHeaderSize) return false;
-  switch (LoadLE32(bytes + 4)) {
-    case FourCC("GPSR"):
-    case FourCC("SENS"):
-    case FourCC("AIDD"):
-    case FourCC("moov"):
-    case FourCC("free"):
-      return true;
-    default:
-      return false;
-  }
+  return std::find(std::begin(kClosingBoxes), std::end(kClosingBoxes), LoadLE32(bytes + 4)) != std::end(kClosingBoxes);
+}
+
+// True when the header of such a box can begin with these bytes: none is as large as a size whose first byte is not 0.
+bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
+  if (count == 0 || bytes[0] != 0 || AllZero(bytes, std::min(count, kTypeOffset))) return false;
+  if (count <= kTypeOffset) return true;
+  const uint32_t letters = std::min(count, mp4::kBoxHeaderSize) - kTypeOffset;
+  return std::any_of(std::begin(kClosingBoxes), std::end(kClosingBoxes),
+                     [&](uint32_t type) { return std::memcmp(bytes + kTypeOffset, &type, letters) == 0; });
 }
 
 }  // namespace
@@ -155,7 +160,8 @@ Reading Chain::Read(const Record& record, uint64_t position) {
 bool Chain::BeginsItem(uint64_t position) {
   const auto rest = static_cast<uint32_t>(SectorEnd(position) - position);
   const View view = Look(position, std::min(rest, kRecordSize));
-  return BeginsRecord(view.bytes, view.size, limits_) || BeginsTable(view.bytes, view.size);
+  return BeginsRecord(view.bytes, view.size, limits_) || BeginsTable(view.bytes, view.size) ||
+         BeginsClosingBox(view.bytes, view.size);
 }
 
 bool Chain::RestIsZero(uint64_t position) {

@@ -53,8 +53,8 @@ class Chain {
   Place At(uint64_t position);
   // Where the payload of the record at `position` lies: behind it, or behind tables that were spilled between the two.
   Reading Read(const Record& record, uint64_t position);
-  // True when the rest of the sector at `position` can be the beginning of a record or a table: what is broken there
-  // then lies in the next sector.
+  // True when the rest of the sector at `position` can be the beginning of a record, a table or a closing box: what is
+  // broken there then lies in the next sector.
   bool BeginsItem(uint64_t position);
   // True when the rest of the sector at `position` is zero.
   bool RestIsZero(uint64_t position);

@@ -136,6 +136,8 @@ bool Mp4Scan::TakeUnchained(const Record& record, const Reading& reading, FoundF
 bool Mp4Scan::DamageReachesBack(const Record& record, const Reading& reading) {
   if (reading.end % kSectorSize == 0 || chain_.BeginsItem(reading.end)) return false;
   if (!chain_.RestIsZero(reading.end)) return true;
+  // The first bytes of the box behind the media data of a closed recording.
+  if (reading.end == media_end_ && SectorEnd(reading.end) - reading.end < mp4::kBoxHeaderSize / 2) return false;
   // Unwritten, if the payload was: it then ends with what was written last.
   return record.size == 0 || chain_.IsZero(reading.end - 1);
 }

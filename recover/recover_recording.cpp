@@ -3,6 +3,8 @@
 #include "base/zmv_result.h"
 #include "recover/recover_in_place.h"
 #include "recover/recover_mp4_scan.h"
+#include "recover/recover_mp4_tables.h"
+#include "recover/recover_probe.h"
 #include "recover/recover_record_walk.h"
 #include "recover/recover_to_file.h"
 #include "recover/recover_user_data.h"
@@ -10,14 +12,61 @@
 namespace zmv::recover {
 namespace {
 
-// Goes through all frames for what the report says of them.
-int32_t Count(Mp4Scan& scan) {
-  if (const int32_t result = scan.Open(); Failed(result)) return result;
-  FoundFrame frame;
-  while (scan.Next(frame)) {
-  }
-  return scan.Result();
+// The caller's progress over several passes, each of which counts from nothing to `pass_bytes`.
+struct Passes {
+  const ZMVRecoverParam& param;
+  uint64_t pass_bytes;
+  uint32_t passes;
+  uint32_t done = 0;
+};
+
+uint32_t TellPasses(void* context, uint64_t done, uint64_t) {
+  const Passes& passes = *static_cast<Passes*>(context);
+  const uint64_t before = passes.pass_bytes * passes.done;
+  return passes.param.pfnProgress(passes.param.pContext, before + done, passes.pass_bytes * passes.passes);
 }
+
+ZMVRecoverParam ParamOf(Passes& passes) {
+  ZMVRecoverParam param = passes.param;
+  if (param.pfnProgress == nullptr) return param;
+  param.pfnProgress = &TellPasses;
+  param.pContext = &passes;
+  return param;
+}
+
+// The frames of a scan, with a look at the tables that the file has, which tell a whole recording from a cut one.
+class ComparedScan final : public Scan {
+ public:
+  ComparedScan(File& file, Progress& progress) : scan_(file, &progress), tables_(file) {}
+
+  int32_t Open() {
+    result_ = scan_.Open();
+    if (!Failed(result_)) result_ = tables_.Open(scan_.front());
+    return result_;
+  }
+  bool Next(FoundFrame& frame) override {
+    if (Failed(result_)) return false;
+    if (scan_.Next(frame)) {
+      result_ = tables_.Check(frame);
+      return !Failed(result_);
+    }
+    result_ = scan_.Result();
+    if (!Failed(result_)) result_ = tables_.Finish(scan_.ItemsEnd());
+    report_ = scan_.Report();
+    ended_ = true;
+    if (report_.dwState == ZMV_RECOVER_WHOLE && !tables_.Agree()) report_.dwState = ZMV_RECOVER_CUT;
+    return false;
+  }
+  int32_t Result() const override { return result_; }
+  const ZMVRecoverReport& Report() const override { return ended_ ? report_ : scan_.Report(); }
+
+ private:
+  Mp4Scan scan_;
+  Mp4Tables tables_;
+  ZMVRecoverReport report_ = {};
+  bool ended_ = false;
+  int32_t result_ = 0;
+};
 
 int32_t CheckOwn(const ZMVRecoverReport& report) {
   return report.dwState == ZMV_RECOVER_FOREIGN ? Result(ZMV_E_UNSUPPORTED_FORMAT) : 0;
@@ -33,17 +82,20 @@ uint64_t LiveBytes(const ZMVRecoverReport& report) {
   return bytes;
 }
 
-int32_t Complete(File& file, const Front& front, const ZMVRecoverParam& param, const ZMVRecoverReport& report,
-                 uint32_t table_bytes, Progress& progress) {
+int32_t Complete(File& file, const ZMVRecoverParam& param, const Finding& finding, uint32_t table_bytes) {
   Window window(file);
+  Front front;
+  if (!ReadFront(window, front)) return Failed(window.Error()) ? window.Error() : Result(ZMV_E_UNSUPPORTED_FORMAT);
   Chain chain(window);
   if (const int32_t result = chain.Open(front); Failed(result)) return result;
+  const ZMVRecoverReport& report = finding.report;
+  Progress progress(param, file.Size());
   RecordWalk walk(file, chain, front, report);
   Mp4Scan scan(file);
   const bool records = RecordsTell(report);
   if (const int32_t result = records ? 0 : scan.Open(); Failed(result)) return result;
   const InPlaceJob job = {.file = file,
-                          .info = front.info,
+                          .info = finding.info,
                           .mdat = front.mdat,
                           .data_end = report.llDataEnd,
                           .live = LiveBytes(report),
@@ -51,30 +103,40 @@ int32_t Complete(File& file, const Front& front, const ZMVRecoverParam& param, c
                           .user_data = WantsUserData(param.dwUserData, report),
                           .progress = progress,
                           .table_bytes = table_bytes};
-  return CompleteInPlace(job);
+  if (const int32_t result = CompleteInPlace(job); Failed(result)) return result;
+  progress.Finished();
+  return 0;
+}
+
+// The streams, as far as the front tells them. False when only their frames can.
+bool DescribeByFront(File& source, const ZMVRecoverParam& param, ZMVFileInfo& info) {
+  Window window(source);
+  Front front;
+  if (!ReadFront(window, front) || !front.sound) return false;
+  SettleDescriptions({}, param.pDescription, front);
+  info = front.info;
+  return true;
 }
 
 }  // namespace
 
 int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {
-  Mp4Scan probe(source);
-  if (const int32_t result = probe.Open(); Failed(result)) return result;
-  Front front = probe.front();
-  const bool streams_known = front.sound || front.cut;
-  Progress progress(param, source.Size() * (streams_known ? 1 : 2));
-  if (!streams_known) {
-    // Which streams there are only their frames can tell.
-    Mp4Scan count(source, &progress);
-    const int32_t result = Count(count);
-    report = count.Report();
+  Finding finding = {};
+  const bool described = DescribeByFront(source, param, finding.info);
+  Passes passes = {param, source.Size(), described ? 1u : 2u};
+  const ZMVRecoverParam pass = ParamOf(passes);
+  if (!described) {
+    const int32_t result = ProbeMp4(source, pass, finding);
+    report = finding.report;
     if (Failed(result)) return result;
-    progress.StartPass(source.Size());
+    if (Failed(CheckOwn(report))) return CheckOwn(report);
+    passes.done = 1;
   }
-  SettleDescriptions(report, param.pDescription, front);
-  Mp4Scan scan(source, &progress);
+  Progress progress(pass, source.Size());
+  ComparedScan scan(source, progress);
   if (const int32_t result = scan.Open(); Failed(result)) return result;
   const int32_t result = WriteNewRecording({.frames = scan,
-                                            .info = front.info,
+                                            .info = finding.info,
                                             .format = ZMV_FORMAT_MP4,
                                             .target = param.pszTarget,
                                             .user_data = param.dwUserData});
@@ -85,23 +147,18 @@ int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverRepo
 }
 
 int32_t RecoverInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes) {
-  Progress progress(param, file.Size() * 2);
-  Front front;
-  {
-    Mp4Scan scan(file, &progress);
-    const int32_t result = Count(scan);
-    report = scan.Report();
-    if (Failed(result)) return result;
-    front = scan.front();
-  }
+  Passes passes = {param, file.Size(), 2};
+  const ZMVRecoverParam pass = ParamOf(passes);
+  Finding finding;
+  const int32_t probed = ProbeMp4(file, pass, finding);
+  report = finding.report;
+  if (Failed(probed)) return probed;
   if (const int32_t result = CheckOwn(report); Failed(result)) return result;
-  if (report.dwState == ZMV_RECOVER_WHOLE) return 0;
+  // Nothing is missing behind the frames, whatever may be missing between them.
+  if (finding.complete) return 0;
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
-  SettleDescriptions(report, param.pDescription, front);
-  progress.StartPass(file.Size());
-  if (const int32_t result = Complete(file, front, param, report, table_bytes, progress); Failed(result)) return result;
-  progress.Finished();
-  return 0;
+  passes.done = 1;
+  return Complete(file, pass, finding, table_bytes);
 }
 
 }  // namespace zmv::recover
