@@ -24,6 +24,8 @@ struct TestFrame {
   ByteVector payload;     // as it is handed to the writer
   uint64_t position = 0;  // of the record in the file
   uint64_t end = 0;       // behind the payload
+  // What its record may say as well: behind a hole, the time since the frame before it in its stream.
+  uint32_t since = 0;
 };
 
 // ---- What to record
@@ -85,7 +87,7 @@ std::vector<std::vector<Sample>> TableSamples(const ByteVector& file);
 // difference, or none.
 std::string CompareFrames(const ByteVector& file, const ZMVFileInfo& info, const std::vector<TestFrame>& frames,
                           size_t count);
-// The same, for any choice of the frames; `durations` replaces what the records are to say where it is not empty.
+// The same, for any choice of the frames.
 std::string CompareFrames(const ByteVector& file, const ZMVFileInfo& info, const std::vector<TestFrame>& frames);
 
 // Everything that the library's reader delivers of a file, in words.

@@ -47,19 +47,26 @@ class SecondCut : public RecoveryTest {
   ZMVFileInfo info_ = SmallInfo(FourCC("H264"));
 };
 
-TEST_F(SecondCut, WhileClosing_EveryWriteDroppedOnce) {
-  const Recording whole = Record(info_, SmallFrames());
-  uint64_t writes = 0;
-  Record(info_, SmallFrames(), 1, 1, [&] { writes = host_.Count(HostCall::kWrite); });
-  writes = host_.Count(HostCall::kWrite) - writes;
-  ASSERT_GT(writes, 20u);
-  for (uint64_t dropped = 1; dropped <= writes; ++dropped) {
-    for (const auto duration : {ScriptedHost::kOnce, ScriptedHost::kForGood}) {
-      const Recording recording =
-          Record(info_, SmallFrames(), 1, 1, [&] { host_.Fail(HostCall::kWrite, dropped, duration); });
-      host_.ClearFailures();
-      ASSERT_EQ(Faults(recording.closed, recording.frames, recording.frames.size()), "")
-          << "write " << dropped << " of " << writes << (duration == ScriptedHost::kOnce ? " dropped" : " and on");
+TEST_F(SecondCut, WhileClosing_EveryWriteDropped) {
+  // With GPS and sensor boxes, with the last sample of another recording, without any, without text.
+  for (const uint32_t variant : {0u, 1u, 2u, 3u}) {
+    std::vector<TestFrame> frames = SmallFrames();
+    if (variant != 0) std::erase_if(frames, [](const TestFrame& frame) { return frame.media == ZMV_MEDIA_TEXT; });
+    if (variant == 2) info_.szSoftware[0] = 0;
+    if (variant == 3) info_.dwTextCount = 0;
+    uint64_t writes = 0;
+    Record(info_, frames, 1, 1, [&] { writes = host_.Count(HostCall::kWrite); });
+    writes = host_.Count(HostCall::kWrite) - writes;
+    ASSERT_GT(writes, 20u);
+    for (uint64_t dropped = 1; dropped <= writes; ++dropped) {
+      for (const auto duration : {ScriptedHost::kOnce, ScriptedHost::kForGood}) {
+        const Recording recording =
+            Record(info_, frames, 1, 1, [&] { host_.Fail(HostCall::kWrite, dropped, duration); });
+        host_.ClearFailures();
+        ASSERT_EQ(Faults(recording.closed, recording.frames, recording.frames.size()), "")
+            << "variant " << variant << " write " << dropped << " of " << writes
+            << (duration == ScriptedHost::kOnce ? " dropped" : " and on");
+      }
     }
   }
 }
