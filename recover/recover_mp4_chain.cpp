@@ -174,6 +174,12 @@ bool Chain::BeginsItem(uint64_t position) {
          BeginsClosingBox(view.bytes, view.size);
 }
 
+bool Chain::BeginsTableAt(uint64_t position) {
+  const auto rest = static_cast<uint32_t>(SectorEnd(position) - position);
+  const View view = Look(position, std::min(rest, kTableHeaderSize));
+  return BeginsTable(view.bytes, view.size);
+}
+
 bool Chain::RestIsZero(uint64_t position) {
   const View view = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
   return AllZero(view.bytes, view.size);

@@ -56,6 +56,7 @@ class Chain {
   // True when the rest of the sector at `position` can be the beginning of a record, a table or a closing box: what is
   // broken there then lies in the next sector.
   bool BeginsItem(uint64_t position);
+  bool BeginsTableAt(uint64_t position);
   // True when the rest of the sector at `position` is zero.
   bool RestIsZero(uint64_t position);
   bool IsZero(uint64_t position);

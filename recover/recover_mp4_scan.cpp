@@ -101,6 +101,13 @@ bool Mp4Scan::TakeRecord(const Record& record, FoundFrame& frame) {
     return false;
   }
   if (!reading.behind.Chained()) return TakeUnchained(record, reading, frame);
+  // A wrong size can lead to a later frame by chance; it then leads over others.
+  uint64_t found = 0;
+  if (SizeInDoubt(reading) && Search(position_ + kRecordSize, reading.end, found)) {
+    Skip(position_, found);
+    return false;
+  }
+  if (result_ != 0) return false;
   if (reading.prefix == Prefix::kWrong) {
     Drop(record);
     position_ = items_end_ = reading.end;
@@ -109,19 +116,25 @@ bool Mp4Scan::TakeRecord(const Record& record, FoundFrame& frame) {
   return Deliver(record, reading, frame);
 }
 
+// The size of a record that goes on in another sector may be damaged, unless the length of video bears it out.
+bool Mp4Scan::SizeInDoubt(const Reading& reading) const {
+  return Straddles(position_, kRecordSize) && reading.prefix != Prefix::kRight;
+}
+
 // The chain breaks behind the payload: the record may be damaged, or the end of the payload, or only what follows.
 bool Mp4Scan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
-  // The size of a record that goes on in another sector may be damaged; the length of video bears it out.
-  if (Straddles(position, kRecordSize) && reading.prefix != Prefix::kRight) {
+  if (SizeInDoubt(reading)) {
     Lose(position, position + kRecordSize);
     return false;
   }
-  const bool damaged = reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
+  // What looks like a payload may be the beginning of a table whose header goes on in the damaged sector.
+  const bool table = reading.prefix != Prefix::kRight && chain_.BeginsTableAt(reading.payload);
+  const bool damaged = table || reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
   if (chain_.Error() != 0) return Fail(chain_.Error());
   if (!damaged) return Deliver(record, reading, frame);
   uint64_t found = 0;
-  const bool more = Search(position + kRecordSize, found);
+  const bool more = Search(position + kRecordSize, UINT64_MAX, found);
   if (result_ != 0) return false;
   // What is found within the payload shows that the size was wrong.
   const bool sized = !more || found >= reading.end;
@@ -239,7 +252,7 @@ void Mp4Scan::Drop(const Record& record) {
 // The chain is broken at `hole`: goes on with the next frame that can be found from `search` on.
 void Mp4Scan::Lose(uint64_t hole, uint64_t search) {
   uint64_t found = 0;
-  if (Search(search, found)) {
+  if (Search(search, UINT64_MAX, found)) {
     Skip(hole, found);
   } else if (result_ == 0) {
     EndAt(hole);
@@ -251,8 +264,9 @@ void Mp4Scan::Skip(uint64_t hole, uint64_t found) {
   position_ = found;
 }
 
-bool Mp4Scan::Search(uint64_t from, uint64_t& found) {
-  uint64_t end = chain_.written_end();
+// The first frame in [from, to).
+bool Mp4Scan::Search(uint64_t from, uint64_t to, uint64_t& found) {
+  uint64_t end = std::min(to, chain_.written_end());
   if (media_end_ != 0) end = std::min(end, media_end_);
   while (from + kRecordSize <= end) {
     if (progress_ != nullptr && !progress_->Reached(from)) return Fail(zmv::Result(ZMV_E_CANCELLED));

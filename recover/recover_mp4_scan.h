@@ -44,6 +44,7 @@ class Mp4Scan final : public Scan {
  private:
   bool TakeRecord(const Record& record, FoundFrame& frame);
   bool TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame);
+  bool SizeInDoubt(const Reading& reading) const;
   bool Deliver(const Record& record, const Reading& reading, FoundFrame& frame);
   void TakeTable(uint32_t length);
   bool DamageReachesBack(const Record& record, const Reading& reading);
@@ -54,7 +55,7 @@ class Mp4Scan final : public Scan {
   bool Bring(uint64_t position, uint32_t count);
   void Skip(uint64_t hole, uint64_t found);
   void Lose(uint64_t hole, uint64_t search);
-  bool Search(uint64_t from, uint64_t& found);
+  bool Search(uint64_t from, uint64_t to, uint64_t& found);
   bool IsFrame(uint64_t position);
   void AddHole(uint64_t from, uint64_t to);
   void EndAt(uint64_t incomplete_from);

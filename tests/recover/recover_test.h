@@ -66,7 +66,12 @@ class FrameLog {
       at = std::search(at, file.end(), record.begin(), record.end());
       EXPECT_NE(at, file.end());
       frame.position = static_cast<uint64_t>(at - file.begin());
-      at = std::search(at + 28, file.end(), frame.bytes.begin(), frame.bytes.end());
+      at += 28;
+      // Tables can be spilled between the two; no payload of these tests begins as they do.
+      while (zmv::test::Text("tabl") == ByteVector(at, at + 4)) {
+        at += 8 + static_cast<ptrdiff_t>(NumberAt(file, static_cast<size_t>(at - file.begin()) + 4));
+      }
+      EXPECT_TRUE(std::equal(frame.bytes.begin(), frame.bytes.end(), at));
       frame.payload = static_cast<uint64_t>(at - file.begin());
       at += static_cast<ptrdiff_t>(frame.bytes.size());
     }
