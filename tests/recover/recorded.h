@@ -46,8 +46,8 @@ struct Recording {
   // Frames that are complete in the first `length` bytes.
   size_t CompleteIn(uint64_t length) const;
 };
-// Records on the scripted host. The same front whenever it is called. `expire` 1: ten seconds. `before_close` may script
-// failures of the host.
+// Records on the scripted host. The same front whenever it is called. `expire` 1: ten seconds. `before_close` may
+// script failures of the host.
 Recording Record(const ZMVFileInfo& info, std::vector<TestFrame> frames, uint8_t interleave = 1, uint64_t expire = 1,
                  const std::function<void()>& before_close = {});
 // What the writer makes of the first frames: the recording that was closed behind each of them.

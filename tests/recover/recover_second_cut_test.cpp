@@ -86,9 +86,8 @@ TEST_F(SecondCut, WhileRecoveringInPlace_TheSameFramesComeBack) {
   const Recording recording = Record(info_, SmallFrames());
   std::mt19937 random(1);
   for (int i = 0; i < 40; ++i) {
-    const uint64_t length =
-        i == 0 ? recording.open.size()
-               : recording.mdat + 200 + random() % (recording.open.size() - recording.mdat - 200);
+    const uint64_t length = i == 0 ? recording.open.size()
+                                   : recording.mdat + 200 + random() % (recording.open.size() - recording.mdat - 200);
     CutTheRecovery(First(recording.open, length), recording.frames, recording.CompleteIn(length));
   }
 }
@@ -98,7 +97,8 @@ TEST_F(SecondCut, WhileRecoveringInPlaceAPresizedFile_TheSameFramesComeBack) {
   std::mt19937 random(2);
   for (int i = 0; i < 20; ++i) {
     // What is not written are whole sectors.
-    const uint64_t length = (recording.mdat / 512 + 1 + random() % (recording.open.size() / 512 - recording.mdat / 512)) * 512;
+    const uint64_t length =
+        (recording.mdat / 512 + 1 + random() % (recording.open.size() / 512 - recording.mdat / 512)) * 512;
     ByteVector cut = First(recording.open, length);
     cut.resize(recording.open.size() + 20000);
     CutTheRecovery(cut, recording.frames, recording.CompleteIn(length));
