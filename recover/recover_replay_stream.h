@@ -55,6 +55,8 @@ class ReplayStream {
 
   // 0, or the first failure.
   int32_t Result() const { return result_; }
+  // Something is held back.
+  bool Holds() const { return held_count_ != 0; }
   // Puts the appended bytes on the storage medium. `cut`: bytes behind them go. 0, or the first failure.
   int32_t Settle(bool cut);
   // Writes what was held back, from the end of the file to its beginning, each word on the medium before the next one.

@@ -25,6 +25,7 @@ constexpr uint32_t kFirstSamples = 256;
 constexpr uint32_t kMostSamples = 0xFFFFFFFFu / kGpsEntrySize;
 // A horizon that sets up small tables, which are then given buffers of their own.
 constexpr uint64_t kShortHorizon = 1;
+constexpr uint32_t kReadCursor = 1;  // the container's second one
 
 class NewRecording {
  public:
@@ -45,6 +46,7 @@ class NewRecording {
   bool CollectsUserData() const {
     return IsMp4() && job_.info.dwTextCount != 0 && job_.user_data != ZMV_RECOVER_USER_DATA_NEVER;
   }
+  bool SizesArePatched(uint32_t mdat);
   int32_t MakeRoomForSample();
   int32_t CopyFrame(const FoundFrame& found);
   bool IsLengthPrefixed(const FoundFrame& found) const;
@@ -118,18 +120,32 @@ int32_t NewRecording::CopyFrames() {
   return job_.frames.Result();
 }
 
-// Closing reports nothing, so the container is closed first, while the host can still be asked for the file.
+// True when the size of the media data has been patched, which closing leaves out, with all of moov, when it has no
+// memory.
+bool NewRecording::SizesArePatched(uint32_t mdat) {
+  ZMVStreamBuf* const stream = writer_->m_hInOut;
+  int64_t error = 0;
+  if (Failed(ZMVStreamBuf_Seek(stream, kReadCursor, mdat))) return false;
+  const uint64_t size = ZMVStreamBuf_ReadDWordBE(stream, kReadCursor, &error);
+  if (error != 0) return false;
+  return size > kBoxHeaderSize || job_.frames.Report().dwFrames == 0;
+}
+
+// Closing reports nothing, so the container is closed first, while the stream and the host can still be asked.
 int32_t NewRecording::Finish() {
   if (IsMp4() && (Mp4().m_dwGpsrNum == 0 || !WantsUserData(job_.user_data, job_.frames.Report()))) {
     Mp4().m_bExtUserData = 0;
   }
+  const uint32_t mdat = IsMp4() ? Mp4().m_dwMdatPos : 0;
   writer_->operations.Close(writer_->hWriter);
   writer_->hWriter = nullptr;
   void* const file = static_cast<ZMVStreamFile*>(writer_->m_hInOut->hInOut)->m_hFile;
   const bool failed = ZMV_FileSync(file) < 0 || std::ferror(static_cast<std::FILE*>(file)) != 0;
+  const bool complete = failed || !IsMp4() || SizesArePatched(mdat);
   ZMVWriterClose(writer_);
   writer_ = nullptr;
-  return failed ? Result(ZMV_E_WRITE) : 0;
+  if (failed) return Result(ZMV_E_WRITE);
+  return complete ? 0 : Result(ZMV_E_MEMORY);
 }
 
 }  // namespace
