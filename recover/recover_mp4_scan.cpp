@@ -108,11 +108,6 @@ bool Mp4Scan::TakeRecord(const Record& record, FoundFrame& frame) {
     return false;
   }
   if (result_ != 0) return false;
-  if (reading.prefix == Prefix::kWrong) {
-    Drop(record);
-    position_ = items_end_ = reading.end;
-    return false;
-  }
   return Deliver(record, reading, frame);
 }
 
@@ -124,7 +119,7 @@ bool Mp4Scan::SizeInDoubt(const Reading& reading) const {
 // The chain breaks behind the payload: the record may be damaged, or the end of the payload, or only what follows.
 bool Mp4Scan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
-  if (SizeInDoubt(reading)) {
+  if (SizeInDoubt(reading) && !EndsUnwritten(record, reading)) {
     Lose(position, position + kRecordSize);
     return false;
   }
@@ -155,8 +150,12 @@ bool Mp4Scan::DamageReachesBack(const Record& record, const Reading& reading) {
   if (!chain_.RestIsZero(reading.end)) return true;
   // The first bytes of the box behind the media data of a closed recording.
   if (reading.end == media_end_ && SectorEnd(reading.end) - reading.end < mp4::kBoxHeaderSize / 2) return false;
-  // Unwritten, if the payload was: it then ends with what was written last.
-  return record.size == 0 || chain_.IsZero(reading.end - 1);
+  return !EndsUnwritten(record, reading);
+}
+
+// True when the payload is what was written last of its sector: zeros follow it, but it does not end with one.
+bool Mp4Scan::EndsUnwritten(const Record& record, const Reading& reading) {
+  return record.size != 0 && chain_.RestIsZero(reading.end) && !chain_.IsZero(reading.end - 1);
 }
 
 // The bytes from the start of the payload's first sector to the end of its last one, as far as the file goes.
@@ -218,7 +217,7 @@ bool Mp4Scan::Deliver(const Record& record, const Reading& reading, FoundFrame& 
   }
   const uint64_t position = position_;
   position_ = items_end_ = reading.end;
-  if (chain_.Compressed(record) && LostSector(reading, bytes, from)) {
+  if (reading.prefix == Prefix::kWrong || (chain_.Compressed(record) && LostSector(reading, bytes, from))) {
     Drop(record);
     return false;
   }
@@ -320,17 +319,18 @@ void Mp4Scan::EndAt(uint64_t from) {
   } else if (item != Item::kEnd && item != Item::kBox && !front_.cut) {
     report_.llIncomplete = std::max(written, from) - from;
   }
-  Conclude();
+  Conclude(item == Item::kBox);
 }
 
-void Mp4Scan::Conclude() {
+void Mp4Scan::Conclude(bool box_follows) {
   const bool found = report_.dwFrames != 0;
   if (!front_.own && !found) {
     report_.dwState = ZMV_RECOVER_FOREIGN;
     return;
   }
   const bool damaged = report_.dwHoles != 0 || report_.dwDropped != 0 || (!front_.sound && !front_.cut);
-  const bool closed = media_end_ != 0 && media_end_ == items_end_;
+  // Without a frame the size of the media data is the same before and after closing.
+  const bool closed = media_end_ != 0 ? media_end_ == items_end_ : box_follows && items_end_ == front_.end;
   report_.dwState = damaged ? ZMV_RECOVER_DAMAGED : closed ? ZMV_RECOVER_WHOLE : ZMV_RECOVER_CUT;
   report_.bCanInPlace = front_.sound ? 1 : 0;
 }

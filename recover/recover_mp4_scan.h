@@ -48,6 +48,7 @@ class Mp4Scan final : public Scan {
   bool Deliver(const Record& record, const Reading& reading, FoundFrame& frame);
   void TakeTable(uint32_t length);
   bool DamageReachesBack(const Record& record, const Reading& reading);
+  bool EndsUnwritten(const Record& record, const Reading& reading);
   bool LostSector(const Reading& reading, const uint8_t* bytes, uint64_t from) const;
   bool LostTail(const Record& record, const Reading& reading, const uint8_t* bytes, uint64_t from) const;
   const uint8_t* Payload(const Reading& reading, uint64_t& from);
@@ -59,7 +60,7 @@ class Mp4Scan final : public Scan {
   bool IsFrame(uint64_t position);
   void AddHole(uint64_t from, uint64_t to);
   void EndAt(uint64_t incomplete_from);
-  void Conclude();
+  void Conclude(bool box_follows);
   bool Fail(int32_t result);
 
   Window window_;

@@ -76,7 +76,7 @@ bool Mp4Tables::Walk(uint64_t begin, uint64_t end, Visit visit) {
 
 int32_t Mp4Tables::Open(const Front& front) {
   media_end_ = front.mdat + front.mdat_size;
-  if (!front.sound || front.mdat_size <= mp4::kBoxHeaderSize || media_end_ >= file_.Size()) return 0;
+  if (!front.sound || front.mdat_size < mp4::kBoxHeaderSize || media_end_ >= file_.Size()) return 0;
   video_count_ = front.info.dwVideoCount;
   audio_count_ = front.info.dwAudioCount;
   const ZMVAudioInfo& audio = front.info.m_Audio;
