@@ -151,7 +151,7 @@ int32_t ReplayStream::Commit() {
     if (Failed(result_) || Failed(Apply(held_[i]))) return result_;
   }
   held_count_ = 0;
-  return 0;
+  return result_;
 }
 
 // ---- The operations of the stream handle. Cursor 0 writes, cursor 1 reads.
