@@ -27,6 +27,17 @@ bool IsClosingBox(const uint8_t* bytes, uint32_t size) {
   return std::find(std::begin(kClosingBoxes), std::end(kClosingBoxes), LoadLE32(bytes + 4)) != std::end(kClosingBoxes);
 }
 
+// What stands there when the header of such a box could not be written but what follows it could: the first entry of
+// GPSR, of this recording or the last one of another, the first box in moov, or zeros in place of all of AIDD in front
+// of moov.
+bool IsBehindClosingHeader(const uint8_t* bytes, uint32_t size) {
+  constexpr uint32_t kAiddSize = 12;
+  if (size < mp4::kBoxHeaderSize) return false;
+  if (bytes[kTypeOffset - 1] == 0 && LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize) return true;
+  if (LoadLE32(bytes + kTypeOffset) == FourCC("mvhd")) return true;
+  return size > kAiddSize && AllZero(bytes, kAiddSize) && IsClosingBox(bytes + kAiddSize, size - kAiddSize);
+}
+
 // True when the header of such a box can begin with these bytes: none is as large as a size whose first byte is not 0.
 bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
   if (count == 0 || bytes[0] != 0 || AllZero(bytes, std::min(count, kTypeOffset))) return false;
@@ -97,7 +108,7 @@ Place Chain::At(uint64_t position) {
     place.item = unwritten || place.record.size > rest - kRecordSize ? Item::kRecordBeyond : Item::kRecord;
   } else if (view.size >= kTableHeaderSize && ParseTableHeader(view.bytes, place.table)) {
     place.item = place.table > rest - kTableHeaderSize ? Item::kTableBeyond : Item::kTable;
-  } else if (IsClosingBox(view.bytes, view.size)) {
+  } else if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
@@ -159,10 +170,16 @@ Reading Chain::Read(const Record& record, uint64_t position) {
 }
 
 bool Chain::BeginsItem(uint64_t position) {
-  const auto rest = static_cast<uint32_t>(SectorEnd(position) - position);
-  const View view = Look(position, std::min(rest, kRecordSize));
-  return BeginsRecord(view.bytes, view.size, limits_) || BeginsTable(view.bytes, view.size) ||
-         BeginsClosingBox(view.bytes, view.size);
+  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  const auto begins = [&](uint32_t count) {
+    return BeginsRecord(rest.bytes, count, limits_) || BeginsTable(rest.bytes, count) ||
+           BeginsClosingBox(rest.bytes, count);
+  };
+  if (begins(rest.size)) return true;
+  // What was put down of the sector may end within the header: zeros take the place of the rest.
+  uint32_t written = rest.size;
+  while (written != 0 && rest.bytes[written - 1] == 0) --written;
+  return written != rest.size && begins(written);
 }
 
 bool Chain::BeginsTableAt(uint64_t position) {

@@ -21,6 +21,10 @@ constexpr uint32_t kAhead = 128 * 1024;
 // The largest payload that can be in memory with the sectors around it.
 constexpr uint32_t kMaxPayloadView = UINT32_MAX - 2 * kSectorSize;
 
+bool AllZero(const uint8_t* bytes, uint64_t count) {
+  return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
+}
+
 bool Straddles(uint64_t position, uint32_t size) { return SectorStart(position) != SectorStart(position + size - 1); }
 
 }  // namespace
@@ -170,15 +174,25 @@ const uint8_t* Mp4Scan::Payload(const Reading& reading, uint64_t& from) {
   return bytes;
 }
 
-// True when a sector of the payload holds nothing but zeros.
+// True when a sector of the payload holds nothing but zeros, or ends with them although the payload goes on: what was
+// written to it last is then missing.
 bool Mp4Scan::LostSector(const Reading& reading, const uint8_t* bytes, uint64_t from) const {
+  // No NAL unit holds three zero bytes in a row, and other media seldom many.
+  constexpr uint32_t kNalZeros = 4;
+  constexpr uint32_t kOtherZeros = 64;
+  const uint32_t zeros = reading.prefix == Prefix::kRight ? kNalZeros : kOtherZeros;
   for (uint64_t sector = from; sector < reading.end; sector += kSectorSize) {
     const uint8_t* const first = bytes + (sector - from);
+    const uint64_t end = sector + kSectorSize;
+    if (end < reading.end && first[kSectorSize - 1] == 0 && end - std::max(sector, reading.payload) >= zeros &&
+        AllZero(first + kSectorSize - zeros, zeros)) {
+      return true;
+    }
     // Nearly every sector begins with something.
     if (*first != 0) [[likely]]
       continue;
     const uint64_t size = std::min<uint64_t>(kSectorSize, chain_.file_end() - sector);
-    if (std::all_of(first, first + size, [](uint8_t byte) { return byte == 0; })) return true;
+    if (AllZero(first, size)) return true;
   }
   return false;
 }
