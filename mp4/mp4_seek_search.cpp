@@ -3,7 +3,6 @@
 
 #include "base/arith.h"
 #include "mp4/mp4_reader.h"
-#include "mp4/mp4_seek_syncs.h"
 #include "mp4/mp4_seek_ticks.h"
 #include "mp4/mp4_seek_times.h"
 #include "mp4/mp4_table_cursor.h"
@@ -19,10 +18,10 @@ constexpr uint32_t Lower(uint32_t a, uint32_t b) { return a < b ? a : b; }
 
 class TimeSearch {
  public:
-  TimeSearch(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, SeekMode mode)
+  TimeSearch(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs, uint32_t time, SeekMode mode)
       : track_(track),
         times_(handle, track),
-        syncs_(handle, track),
+        syncs_(syncs),
         reach_(TicksThatReach(time, times_.Scale())),
         time_(time),
         mode_(mode) {}
@@ -73,7 +72,7 @@ class TimeSearch {
 
   const MP4ReaderTrack& track_;
   TimeWalk times_;
-  SyncTable syncs_;
+  SyncTable& syncs_;
   const uint64_t reach_;  // ticks
   const uint32_t time_;
   const SeekMode mode_;
@@ -166,9 +165,9 @@ int32_t PlaceChunk(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32
 
 }  // namespace
 
-int32_t FindSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, SeekMode mode,
-                   uint32_t* found_time) {
-  TimeSearch search(handle, track, time, mode);
+int32_t FindSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs, uint32_t time,
+                   SeekMode mode, uint32_t* found_time) {
+  TimeSearch search(handle, track, syncs, time, mode);
   const int32_t result = search.Run();
   if (result != kSeekFound) return result;
   const TimePlace& found = search.At();
@@ -200,8 +199,7 @@ int32_t PlaceSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track) {
   return track.m_dwSeekPos < DataEnd(handle) ? kSeekFound : kSeekNotFound;
 }
 
-int32_t PlaceSyncEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track) {
-  SyncTable syncs(handle, track);
+int32_t PlaceSyncEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs) {
   if (!syncs.Present()) return kSeekFound;
   // The numbers count from 1 and the samples from 0, so the key frame right before the sample ends the search too.
   uint32_t number = 0;

@@ -42,7 +42,8 @@ class TimeWalk {
   void SetMark(uint32_t entry);
   void Advance(uint32_t samples);
 
-  static constexpr uint32_t kBlockEntries = 256;
+  // With the 1 KiB that the cursor reads ahead a block takes 4 KiB of the file.
+  static constexpr uint32_t kBlockEntries = 384;
 
   TableBlocks<kSttsEntrySize, kBlockEntries> entries_;
   MP4ReaderTimeMarks& marks_;

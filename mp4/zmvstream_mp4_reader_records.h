@@ -18,7 +18,7 @@ struct MP4ReaderTable {
 // What searches of a track have come by in a table of it: places evenly spread over the table, from its start up to the
 // farthest that was reached, so that the next search starts near its target. Their number does not grow with the table.
 constexpr uint32_t kMp4TimeMarks = 512;
-constexpr uint32_t kMp4SyncMarks = 128;
+constexpr uint32_t kMp4SyncMarks = 256;
 
 struct MP4ReaderTimeMark {
   uint32_t m_dwSample;  // counted from the sample at which searches start
@@ -117,10 +117,13 @@ struct MP4ReaderTrack {
   uint32_t m_dwTrunIndex;
   uint32_t m_dwTrunFlags;
   uint32_t m_dwTrunLeft;
+  uint32_t m_dwTrunEnd;  // position behind the current trun
   uint32_t m_dwSeekBaseOffset;
   uint32_t m_dwSeekTfhdDuration;
   uint32_t m_dwSeekTfhdSize;
   uint32_t m_dwSeekTrunFlags;
+  uint32_t m_dwSeekTrunEnd;
+  uint32_t m_dwSearchBase;   // the base offset that reading had last, which searches count from
   uint32_t m_dwTrunEntered;  // m_dwTrunIndex when reading last entered a trun, and the samples it had
   uint32_t m_dwTrunSamples;
   uint32_t m_dwFragLastBase;  // base offset of the last tfhd met while the file was described

@@ -31,7 +31,8 @@ class SeekSearch : public SeekTest {
   }
   int32_t Find(uint32_t time, SeekMode mode) {
     EXPECT_EQ(MP4ReaderSetStblPos(reader_, &Track(0)), 0);
-    return mp4::reader::FindSample(*reader_, Track(0), time, mode, &found_time_);
+    mp4::reader::SyncTable syncs(*reader_, Track(0));
+    return mp4::reader::FindSample(*reader_, Track(0), syncs, time, mode, &found_time_);
   }
 
   uint32_t found_time_ = 0;
@@ -206,7 +207,8 @@ TEST_F(SeekSearch, SyncEntryBehindASample_IsTheFirstThatIsNotBelowIt) {
   for (const Expected& expected :
        {Expected{0, 1, 0}, {1, 1, 0}, {2, 31, 1}, {30, 31, 1}, {31, 31, 1}, {32, 61, 2}, {60, 61, 2}, {99, 61, 2}}) {
     Track(0).m_dwSeekSample = expected.sample;
-    ASSERT_EQ(mp4::reader::PlaceSyncEntry(*reader_, Track(0)), mp4::reader::kSeekFound);
+    mp4::reader::SyncTable syncs(*reader_, Track(0));
+    ASSERT_EQ(mp4::reader::PlaceSyncEntry(*reader_, Track(0), syncs), mp4::reader::kSeekFound);
     EXPECT_EQ(Track(0).m_dwSeekNextSync, expected.next_sync) << expected.sample;
     EXPECT_EQ(Track(0).m_dwSeekSyncEntry, expected.entry) << expected.sample;
   }

@@ -52,7 +52,27 @@ TEST_F(FragmentSeek, TimeBehindTheFragments_IsNotFoundAndMovesNothing) {
   EXPECT_EQ(time, 401u);
   EXPECT_EQ(ZMVStreamBuf_Pos(stream_, before.m_Frag.m_dwCursor), cursor);
   EXPECT_EQ(Track(0).m_dwTrunLeft, before.m_dwTrunLeft);
-  EXPECT_EQ(Track(0).m_dwSeekPos, before.m_dwSeekPos);
+  Take();  // the place that was pending is the one that is read
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]);
+}
+
+TEST_F(FragmentSeek, SearchOfTheFragmentsAlone_KeepsToTheSavedPositions) {
+  ASSERT_EQ(Describe(Plain()), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[0]);
+  const uint32_t cursor = ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor);
+  for (uint32_t target : {240u, 401u}) {
+    uint32_t time = target;
+    ASSERT_EQ(MP4ReaderSaveStblPos(reader_, &Track(0)), 0);
+    ASSERT_EQ(MP4ReaderSetStblPos(reader_, &Track(0)), 0);
+    const uint32_t found = MP4ReaderGetSeekPosFrag(reader_, &Track(0), &time, 2);
+    ASSERT_EQ(found, target == 240 ? 1u : 0u);
+    EXPECT_EQ(time, target);
+    if (found == 1) {
+      EXPECT_EQ(Track(0).m_dwSeekTrunIndex, 2u);
+      ASSERT_EQ(MP4ReaderLoadStblPos(reader_, &Track(0)), 0);
+    }
+    EXPECT_EQ(ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor), cursor);
+  }
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]);
 }
 
@@ -112,6 +132,134 @@ TEST_F(FragmentSeek, TfhdDefaults_GoWithTheFragment) {
   EXPECT_EQ(time, 110u);
   Take();
   EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(122, 6)));
+}
+
+// The truns behind the one that was found, in the same traf, have no tfhd of their own.
+TEST_F(FragmentSeek, BaseAndDefaults_StayInForceBehindThePlaceFound) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40, 6)});
+  const uint32_t base = file.Size();
+  file.Add({{.base = base, .runs = {{.flags = kDataOffset, .samples = Samples(200, {6})}}}});
+  file.Add({{.flags = kBaseOffset | kDefaultDuration | kDefaultSize,
+             .duration = 10,
+             .size = 3,
+             .base = base,
+             .runs = {{.flags = kDataOffset, .samples = Samples(1, {3, 3, 3})},
+                      {.flags = kDataOffset, .samples = Samples(60, {3, 3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).data, Unit(200, 6));  // the base is known now
+  for (int turn = 0; turn < 2; ++turn) {
+    uint32_t time = 45;
+    ASSERT_EQ(Search(&time), 1u);
+    EXPECT_EQ(time, 50u);
+    Take();
+    const std::vector<ReadResult> frames = ReadAll(ZMV_MEDIA_VIDEO);
+    ASSERT_EQ(frames.size(), 4u) << turn;
+    const ByteVector payloads[] = {Unit(17, 3), Unit(33, 3), Unit(60, 3), Unit(76, 3)};
+    for (size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(frames[i].data, payloads[i]) << i;
+      EXPECT_EQ(frames[i].frame.llTimeStamp, 50 + 10 * i);
+    }
+  }
+}
+
+// ---- Boxes with room behind their samples
+
+TEST_F(FragmentSeek, PaddedTrun_HidesNoneBehindIt) {
+  for (uint32_t claimed : {0u, 1u, 2u}) {
+    FragmentFile file({VideoTrack()}, {Trex(1, 40)});
+    file.Add({{.base = 0,
+               .runs = {{.samples = Samples(1, {5, 5, 5}), .count = claimed}, {.samples = Samples(60, {5, 5})}}}});
+    file.Add({{.base = 0, .runs = {{.samples = Samples(100, {5, 5})}}}});
+    ASSERT_EQ(Describe(file), 0u);
+    std::vector<ByteVector> expected = Samples(1, {5, 5});
+    expected.resize(claimed);
+    for (uint8_t first : {uint8_t{60}, uint8_t{100}}) {
+      for (const ByteVector& sample : Samples(first, {5, 5})) expected.push_back(sample);
+    }
+    EXPECT_EQ(ReadPayloads(ZMV_MEDIA_VIDEO), expected) << claimed;
+    for (uint32_t sample = 1; sample < expected.size(); ++sample) {
+      uint32_t time = 40 * sample;
+      ASSERT_EQ(Search(&time), 1u) << claimed << " " << time;
+      EXPECT_EQ(time, 40 * sample);
+      Take();
+      EXPECT_EQ(ReadPayloads(ZMV_MEDIA_VIDEO), std::vector<ByteVector>(expected.begin() + sample, expected.end()))
+          << claimed;
+    }
+  }
+}
+
+TEST_F(FragmentSeek, PaddedTrun_IsReadAgainWhenTheBufferIsTooSmall) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40)});
+  file.Add({{.base = 0, .runs = {{.samples = Samples(1, {5, 9, 5}), .count = 2}}}});
+  file.Add({{.base = 0, .runs = {{.samples = Samples(100, {5})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).data, Unit(1, 5));
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO, 8).code, ZMV_E_MP4_BUFFER);
+  EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(17, 9), Unit(100, 5)));
+}
+
+// ---- Back into moov
+
+// One sample of 40 ms in moov.
+TrackSpec OneSample() {
+  TrackSpec video = VideoTrack();
+  video.entries = {VideoEntry("mp4v", {})};
+  video.frames = {Unit(200, 9)};
+  video.duration = 40;
+  return video;
+}
+
+TEST_F(FragmentSeek, BackInMoov_TheFragmentsAreReadAsTheFirstTime) {
+  FragmentFile file({OneSample()}, {Trex(1, 40, 5)});
+  file.Add({{.flags = 0, .runs = {{.flags = kDataOffset, .samples = Samples(1, {5, 5})}}}});  // offsets from the start
+  file.Add({{.flags = kBaseOffset | kDefaultDuration | kDefaultSize,
+             .duration = 7,
+             .size = 4,
+             .runs = {{.flags = kDataOffset, .samples = Samples(60, {4, 4})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  const std::vector<ReadResult> first = ReadAll(ZMV_MEDIA_VIDEO);
+  ASSERT_EQ(first.size(), 5u);
+  uint32_t time = 0;
+  ASSERT_EQ(MP4FReaderSeekByTime(reader_, &time, 0), 1);
+  const std::vector<ReadResult> second = ReadAll(ZMV_MEDIA_VIDEO);
+  ASSERT_EQ(second.size(), 5u);
+  for (size_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(second[i].data, first[i].data) << i;
+    EXPECT_EQ(second[i].frame.llTimeStamp, first[i].frame.llTimeStamp) << i;
+  }
+}
+
+TEST_F(FragmentSeek, BackInMoov_NoDefaultsOfALaterFragmentAreInForce) {
+  FragmentFile file({OneSample()}, {Trex(1, 40, 5)});
+  file.Add({{.runs = {{.flags = kDataOffset, .samples = Samples(60, {5, 5})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(ReadAll(ZMV_MEDIA_VIDEO).size(), 3u);
+  ASSERT_NE(Track(0).m_dwBaseOffset, 0u);
+  uint32_t time = 0;
+  ASSERT_EQ(Search(&time), 1u);
+  Take();
+  EXPECT_EQ(Track(0).m_dwBaseOffset, 0u);
+  EXPECT_EQ(Track(0).m_dwTfhdDuration, 0u);
+  EXPECT_EQ(Track(0).m_dwTfhdSize, 0u);
+}
+
+TEST_F(FragmentSeek, BackInMoov_SeeksIntoTheFragmentsStillFindTheirData) {
+  FragmentFile file({OneSample()}, {Trex(1, 40)});
+  const uint32_t base = file.Size();
+  for (uint8_t i = 0; i < 3; ++i) {
+    file.Add({{.base = base, .runs = {{.samples = Samples(static_cast<uint8_t>(1 + 60 * i), {5, 5})}}}});
+  }
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(ReadAll(ZMV_MEDIA_VIDEO).size(), 7u);
+  for (int turn = 0; turn < 2; ++turn) {
+    uint32_t time = 0;
+    ASSERT_EQ(Search(&time), 1u);
+    Take();
+    time = 40 + 5 * 40;
+    ASSERT_EQ(Search(&time), 1u);
+    Take();
+    EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(137, 5))) << turn;
+  }
 }
 
 TEST_F(FragmentSeek, AfterTheSamplesOfMoov_TimesGoOn) {
@@ -238,7 +386,9 @@ TEST_F(FragmentSeek, ReadThatFails_GivesTheLowByteAndMovesNothing) {
     EXPECT_EQ(found, 0x12u) << n;
     EXPECT_EQ(time, 399u);
     EXPECT_EQ(ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor), cursor);
+    Take();  // a caller that takes the failure for done
     EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]) << n;
+    EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).frame.llTimeStamp, 80u) << n;
   }
 }
 
