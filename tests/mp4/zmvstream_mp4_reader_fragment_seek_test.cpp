@@ -344,6 +344,20 @@ TEST_F(FragmentSeek, BaseOfTheFragmentBeingRead_IsTheOneThatCounts) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), kBaseRemark), 0);
 }
 
+TEST_F(FragmentSeek, BaseThatASeekCameTo_IsInForceForTheNext) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40)});
+  const uint32_t base = file.Size();
+  for (uint8_t i = 0; i < 2; ++i) file.Add({{.base = base, .runs = {{.samples = Samples(i, {3, 3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  for (uint32_t place : {file.Size() - 3 - base, file.Size() - 3}) {
+    uint32_t time = 120;
+    ASSERT_EQ(Search(&time), 1u);
+    EXPECT_EQ(Track(0).m_dwSeekPos, place);
+    Take();
+  }
+  EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(17, 3)));
+}
+
 TEST_F(FragmentSeek, BaseThatIsNotYetInForce_IsRemarkedOn) {
   FragmentFile file({VideoTrack()}, {Trex(1, 40)});
   const uint32_t base = file.Size();
@@ -387,6 +401,7 @@ TEST_F(FragmentSeek, ReadThatFails_GivesTheLowByteAndMovesNothing) {
     EXPECT_EQ(time, 399u);
     EXPECT_EQ(ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor), cursor);
     Take();  // a caller that takes the failure for done
+    EXPECT_EQ(Track(0).m_dwTrunIndex, 1u) << n;
     EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]) << n;
     EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).frame.llTimeStamp, 80u) << n;
   }
