@@ -80,9 +80,9 @@ ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* fram
  * - Forward goes to the first sample behind the target, or at it; nothing is found when no key frame follows.
  *
  * A target behind the end of a track is moved to its end. In a track with fragments it is looked for among their
- * samples, whatever the mode, as MP4ReaderGetSeekPosFrag does, and nothing is found behind them. Nothing is found behind
- * the end of the movie and where data is not written yet. The first medium named leads and the others go where it went; when it is missing, the first there
- * is of video, audio and text leads.
+ * samples, whatever the mode, as MP4ReaderGetSeekPosFrag does, and nothing is found behind them. Nothing is found
+ * behind the end of the movie and where data is not written yet. The first medium named leads and the others go where
+ * it went; when it is missing, the first there is of video, audio and text leads.
  */
 
 /* Video and audio to the nearest, text backward. `audioLed` != 0: audio leads, and all go backward. */
