@@ -90,7 +90,10 @@ ZMV_API uint8_t ZMVReaderSeekByMedia(ZMVReader* handle, uint32_t* time, uint32_t
  * had. */
 ZMV_API int32_t ZMVReaderStart(ZMVReader* handle, uint32_t* time);
 
-/* Makes another track of a medium the current one, at the medium's last time. 1 when done or nothing to do, else 0. */
+/*
+ * Makes track `track` (0 = first) of a medium its current one, at the medium's last time. 1 when done, and for an
+ * unknown medium; 0 when there is no such track, when it is current already, or when nothing is found at that time.
+ */
 ZMV_API int32_t ZMVReaderChangeTrack(ZMVReader* handle, uint32_t track, uint32_t media);
 
 /* Loading state in percent; plain files are 100 and 100. Returns 1. */
