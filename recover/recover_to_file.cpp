@@ -62,7 +62,8 @@ int32_t NewRecording::Open() {
   param.bInterleave = 1;
   param.llExpire = kShortHorizon;
   if (const int32_t result = ZMVWriterOpen(&writer_, &param); Failed(result)) return result;
-  if (const int32_t result = ZMVWriterSetInfo(writer_, &job_.info, 0); Failed(result)) return result;
+  ZMVFileInfo info = job_.info;  // the writer's own to write to
+  if (const int32_t result = ZMVWriterSetInfo(writer_, &info, 0); Failed(result)) return result;
   ZMVWriterSetSync(writer_, 1);
   return IsMp4() ? ResizeTables(Mp4(), kTableBytes) : 0;
 }

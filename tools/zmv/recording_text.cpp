@@ -41,6 +41,12 @@ std::string SphericalLine(const Json& spherical) {
                      bounds[0].get<uint32_t>(), bounds[1].get<uint32_t>(), bounds[2].get<uint32_t>());
 }
 
+void AppendRecovery(const Json& info, std::string& out) {
+  if (!info.contains("recovery")) return;
+  out += "\nRecovery\n";
+  for (const Json& message : info["recovery"]["messages"]) out += fmt::format("  {}\n", Text(message));
+}
+
 void AppendStreams(const Json& info, std::string& out) {
   if (info["streams"].empty()) return;
   out += "\nStreams\n";
@@ -103,6 +109,7 @@ std::string RecordingText(const Json& info) {
   if (info["fragmented"].get<bool>()) out += "  frames in fragments; counts and rates cover those of the index only\n";
   if (info["rebuilt"].get<bool>()) out += "  rebuilt from a cut recording\n";
   if (info["build"].is_string()) out += fmt::format("  written by a library of {}\n", Text(info["build"]));
+  AppendRecovery(info, out);
   AppendStreams(info, out);
   AppendUser(info, out);
   AppendFront(info, out);
