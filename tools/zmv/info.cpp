@@ -18,23 +18,35 @@ struct InfoArguments {
   bool check = false;
 };
 
-// A whole recording is known by its structure, which is fast. Any other one is known by its frames.
+// What the index tells; nothing when it cannot be read.
+std::optional<Json> DescribeByIndex(const std::string& path, const FileMap& map, std::string& trouble) {
+  try {
+    return DescribeRecording(path, map);
+  } catch (const ToolError& error) {
+    if (error.code() != kExitDamaged) throw;
+    trouble = error.what();
+    return std::nullopt;
+  }
+}
+
+// A whole recording is known by its structure, which is fast. Its frames are looked at when that is not sound, or when
+// the index has fewer streams than the recording was begun with.
 void RunInfo(const InfoArguments& arguments, Session& session) {
   const std::string& path = arguments.path;
   FileMap map = ScanFile(path);
   std::optional<ZMVRecoverReport> found;
-  if (arguments.check || map.health != Health::kComplete) found = CheckFrames(path, map, session.console);
+  const bool sound = map.health == Health::kComplete && !arguments.check;
+  if (!sound) found = CheckFrames(path, map, session.console);
   if (map.health == Health::kNotRecording) throw ToolError(path + ": " + map.sentence, kExitNotRecording);
-  Json info;
-  try {
-    info = DescribeRecording(path, map);
-  } catch (const ToolError& error) {
-    // An index that cannot be read is of no use, and the frames may still be there.
-    if (!found && error.code() == kExitDamaged) found = CheckFrames(path, map, session.console);
-    if (!found || map.health == Health::kComplete) throw;
-    map.indexed = false;
-    info = DescribeRecording(path, map);
+  std::string trouble;
+  std::optional<Json> described = DescribeByIndex(path, map, trouble);
+  if (sound && (!described || (*described)["streams"].size() < map.front.size())) {
+    found = CheckFrames(path, map, session.console);
   }
+  if (!described && map.health == Health::kComplete) throw ToolError(trouble, kExitDamaged);
+  if (!described) map.indexed = false;
+  if (!described || map.health != Health::kComplete) described = DescribeRecording(path, map);
+  Json& info = *described;
   if (found) info["recovery"] = RecoveryJson(*found);
   fmt::print("{}", session.json ? JsonText(info) + "\n" : RecordingText(info));
   session.exit_code = ExitCodeOf(map.health);
