@@ -30,7 +30,7 @@ typedef struct AVIReaderStream AVIReaderStream;
  * -------------------------------------------------------------------------------------------------------*/
 
 /*
- * A reader on `stream`, which is open for reading, stays the caller's, must have no cursor yet and must outlive the
+ * A reader on `stream`, which is open for reading, stays the caller's and must outlive the
  * reader. Reads the front of the file: a RIFF form "AVI ", "AVIX" or "MENU", or a block in front of one whose 32-bit
  * word at offset 92 says where the RIFF data begins. 0; ZMV_E_FAIL for another form, ZMV_E_MEMORY or the stream's code;
  * `*out` is stored on success only.
@@ -72,7 +72,8 @@ ZMV_API int32_t AVIReaderReadFrame(AVIReaderHandle* handle, ZMVFrame* frame);
 /* ---- Seeking
  *
  * `*time` is the target and receives the time of the entry that was found. The seeks need an index. They return 1 when
- * done and 0 when not; every stream then reads on where it read. Nothing is found at or behind the end of a stream.
+ * done and 0 when not; every stream then reads on where it read, though `*time` may hold what a first stream found.
+ * Nothing is found at or behind the end of a stream.
  */
 
 /*

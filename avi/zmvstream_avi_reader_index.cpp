@@ -191,8 +191,8 @@ void DropSuperIndex(AVIReaderStream& stream) {
 int32_t ReadSuperEntries(AVIReaderHandle& handle, AVIReaderStream& stream, uint64_t position, uint32_t entries) {
   constexpr const char* kFunction = "AVIReaderReadStreamIndex";
   static_assert(sizeof(AVIReaderSuperEntry) == kSuperIndexEntrySize);  // read as it stands in the file
-  DropSuperIndex(stream);
   if (entries == 0) return 0;
+  DropSuperIndex(stream);
   const uint32_t bytes = entries * kSuperIndexEntrySize;
   if (position + bytes > DataEnd(handle)) return Report(Result(ZMV_E_READ), kFunction);
   HostMemory<AVIReaderSuperEntry> table(kModule, bytes, HostFill::kNone, kFunction);

@@ -37,6 +37,11 @@ uint32_t FromBase(const HeaderWalk& walk, uint64_t position) {
 // ---- Forms and lists
 
 int32_t ReadForm(HeaderWalk& walk) {
+  // A form that is cut short behind the frames ends the walk like any other end of the data.
+  if (walk.handle.m_dwMoviPos != 0 && walk.chunk.data + kCodeSize > DataEnd(walk.handle)) {
+    walk.stop = true;
+    return 0;
+  }
   uint32_t form = 0;
   const int32_t result = ReadCode(walk, walk.chunk.data, &form);
   if (Failed(result)) return result;
@@ -76,7 +81,7 @@ int32_t ReadMovi(HeaderWalk& walk) {
     if (Failed(result)) return result;
   }
   uint32_t& data_position = handle.m_dwDataPos == 0 ? handle.m_dwDataPos : handle.m_dwDataPos2;
-  if (data_position == 0) data_position = FromBase(walk, position);
+  data_position = FromBase(walk, position);
   return 0;
 }
 

@@ -88,6 +88,7 @@ uint32_t CountChunks(ChunkScan& scan, uint64_t position, uint64_t end, uint32_t 
 }  // namespace
 
 uint32_t GetStreamSize(AVIReaderHandle& handle, uint32_t number) {
+  if (number > static_cast<uint32_t>(kLastCountedNumber)) return 0;  // the count would stop at its first chunk
   ChunkScan scan(handle);
   uint8_t header[kListHeaderSize];
   if (!scan.Opened() || !scan.Read(0, header, sizeof header) || LoadLE32(header) != FourCC("RIFF")) return 0;

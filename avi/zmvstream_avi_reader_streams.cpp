@@ -168,7 +168,7 @@ int32_t FinishStreams(AVIReaderHandle& handle, ZMVFileInfo& info) {
     }
     if (stream.m_dwMediaType == ZMV_MEDIA_AUDIO && info.dwAudioCount < ZMV_MAX_AUDIO) {
       ++info.dwAudioCount;
-      info.m_Audio.dwSamplesPerFrame = stream.m_dwSampleSize;
+      info.m_Audio.dwSampleBlock = stream.m_dwSampleSize;
       info.m_Audio.dwDuration = stream.m_dwDuration;
     }
   }

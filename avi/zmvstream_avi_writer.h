@@ -43,8 +43,9 @@ ZMV_API int32_t AVIWriterOpen(AVIWriterHandle** handle, ZMVStreamBuf* hInOut, ui
  * channels for PCM, the samples per frame for everything else. Bit 0 of `dwAiddValue` leaves out the fill chunk at the
  * end. `value` is kept.
  * 0; ZMV_E_FAIL, before anything is written, for null arguments, for stream counts beyond their capacity and for a
- * second call; ZMV_E_MEMORY; ZMV_E_WRITE for a write that was cut short; the stream's code. After a failure only Close
- * is of use.
+ * second call; ZMV_E_MEMORY, also for an expected length whose index would not fit into memory: the file then has its
+ * headers and takes frames all the same; ZMV_E_WRITE for a write that was cut short; the stream's code. After any other
+ * failure only Close is of use.
  */
 ZMV_API int32_t AVIWriterSetInfo(AVIWriterHandle* handle, ZMVFileInfo* info, double value);
 /*
@@ -54,7 +55,7 @@ ZMV_API int32_t AVIWriterSetInfo(AVIWriterHandle* handle, ZMVFileInfo* info, dou
  * 0; -1 with no streams; ZMV_E_FAIL for a null handle, frame, or payload of a size other than 0, before the "movi" list
  * stands, for a time stamp below that of the stream's frame before it (nothing is written), and for a chunk that could
  * not be written (the next one takes its place); ZMV_E_WRITE, before anything is touched, when the closed file would
- * pass 4 GiB; ZMV_E_MEMORY when the index cannot grow (the frame is stored but not indexed).
+ * pass 4 GiB; ZMV_E_MEMORY when the index cannot grow: the frame is stored but not indexed, those behind it are.
  */
 ZMV_API int32_t AVIWriterWriteFrame(AVIWriterHandle* handle, ZMVFrame* frame);
 /* Estimated size of the finished file in bytes; 0 for null. */

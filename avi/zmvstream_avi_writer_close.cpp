@@ -31,9 +31,10 @@ void PatchRiffSize(AVIWriterHandle& writer) {
   PatchSize(writer, kRiffSizePosition, size < 0 ? 0 : SaturatingU32(static_cast<uint64_t>(size)));
 }
 
-// A chunk from `position` to the end of the file, space included that the file was given in advance.
+// A chunk from `position` to the end of the file, space included that the file was given in advance. What a frame left
+// behind that could not be written is covered in any case.
 void CoverUnusedSpace(AVIWriterHandle& writer, uint32_t position) {
-  if (writer.m_bNoJunkFill != 0) {
+  if (writer.m_bNoJunkFill != 0 && ZMVStreamBuf_Size(writer.m_hInOut) <= position) {
     ZMV_TRACE(kWriterModule, kTraceInfo, "Do not fill junk on eos\n");
     return;
   }

@@ -167,10 +167,9 @@ uint32_t AVIWriterWriteChunk(ZMVStreamBuf* hInOut, uint32_t cursor, AVIWriterStr
 
 int32_t AVIWriterWriteFrame(AVIWriterHandle* handle, ZMVFrame* frame) {
   TraceScope scope(kWriterModule, __func__);
-  if (handle == nullptr || frame == nullptr || (frame->pData == nullptr && frame->dwSize != 0)) {
-    return scope.Fail(Result(ZMV_E_FAIL), "no handle or no frame\n");
-  }
+  if (handle == nullptr || frame == nullptr) return scope.Fail(Result(ZMV_E_FAIL), "no handle or no frame\n");
   if (handle->m_dwStreamCount == 0) return scope.Fail(-1);
+  if (frame->pData == nullptr && frame->dwSize != 0) return scope.Fail(Result(ZMV_E_FAIL), "no payload\n");
   if (handle->m_dwMoviSize == 0) return scope.Fail(Result(ZMV_E_FAIL), "file information is not set\n");
   const int32_t result = WriteFrame(*handle, *frame);
   return Failed(result) ? scope.Fail(result) : 0;

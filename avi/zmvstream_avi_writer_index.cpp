@@ -56,7 +56,11 @@ int32_t AppendIndexEntry(AVIWriterHandle& writer, uint32_t stream_no, uint32_t m
 void WriteIndex(AVIWriterHandle& writer) {
   uint8_t header[kChunkHeaderSize];
   RiffBuilder(header).Code(FourCC("idx1")).U32(writer.m_dwIndexBytes);
-  WriteOrTrace(writer, header, sizeof header);
+  if (Failed(WriteOrTrace(writer, header, sizeof header))) {
+    // Entries without their header would be taken for chunks: it is tried once more, and then they stay out as well.
+    writer.m_bMisplaced = 1;
+    if (Failed(AlignCursor(writer)) || Failed(WriteOrTrace(writer, header, sizeof header))) return;
+  }
   if (writer.m_dwIndexBytes != 0) WriteOrTrace(writer, writer.m_pIndex, writer.m_dwIndexBytes);
 }
 

@@ -152,8 +152,8 @@ int32_t PatchSize(AVIWriterHandle& writer, uint32_t position, uint32_t value) {
   writer.m_bMisplaced = 1;
   if (const int32_t result = SeekOrTrace(writer, position); Failed(result)) return result;
   if (const int32_t result = WriteOrTrace(writer, bytes, sizeof bytes); Failed(result)) return result;
-  ZMVStreamBuf_SeekEnd(writer.m_hInOut, writer.m_dwCursor, 0);
-  return 0;
+  const int64_t result = ZMVStreamBuf_SeekEnd(writer.m_hInOut, writer.m_dwCursor, 0);
+  return Failed(result) ? static_cast<int32_t>(result) : 0;
 }
 
 }  // namespace zmv::avi

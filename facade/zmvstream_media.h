@@ -54,10 +54,10 @@ typedef struct ZMVAudioInfo {
   uint8_t abExtraData[ZMV_MAX_EXTRA_DATA]; /* codec configuration: WAVE extra bytes, MP4 decoder-specific information */
   uint32_t dwExtraDataSize;                /* bytes used in abExtraData */
   uint32_t dwBufferSize;                   /* largest frame in bytes, a hint for the caller's read buffer */
-  uint32_t dwReserved0;
-  uint32_t dwDuration; /* of the stream */
-  uint8_t bValid;      /* 1 for a stream that a reader described */
-  uint32_t dwFrames;   /* number of frames */
+  uint32_t dwSampleBlock; /* AVI reader: bytes of a block of samples (dwSampleSize of "strh"); 0 for packets */
+  uint32_t dwDuration;    /* of the stream */
+  uint8_t bValid;         /* 1 for a stream that a reader described */
+  uint32_t dwFrames;      /* number of frames */
   uint32_t adwReserved1[6];
 } ZMVAudioInfo;
 

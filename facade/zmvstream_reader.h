@@ -6,7 +6,7 @@
  *     if (ZMVReaderOpen(&reader, &param) < 0) ...
  *     ZMVReaderGetInfo(reader, &info);                  // once, before the first read
  *     frame.dwMediaType = ZMV_MEDIA_VIDEO; frame.dwTrack = 0; frame.pData = buffer; frame.dwBufSize = sizeof buffer;
- *     while (ZMVReaderReadFrame(reader, &frame) >= 0) ...
+ *     while (ZMVReaderReadFrame(reader, &frame) >= 0) ...   // tracks that the description counts
  *     ZMVReaderClose(reader);
  *
  * Results are 0 or a negative ZMV_E_* code. Times are milliseconds. The handle's mutex serialises GetInfo, the reads,
@@ -42,8 +42,9 @@ typedef struct ZMVReaderStatus {
 
 /*
  * Opens a file and recognises its container from the first 4096 bytes: "ftyp", "mdat" or "moov" at offset 4 is MP4
- * (ISO/IEC 14496-12). `*handle` is stored on success only; the texts in `param` are borrowed for the call. 0,
- * ZMV_E_OPEN, ZMV_E_MEMORY, ZMV_E_READ (empty file), ZMV_E_UNSUPPORTED_FORMAT, or the container's code.
+ * (ISO/IEC 14496-12), "RIFF" at offset 0 is AVI. `*handle` is stored on success only; the texts in `param` are borrowed
+ * for the call. 0, ZMV_E_OPEN, ZMV_E_MEMORY, ZMV_E_READ (empty file), ZMV_E_UNSUPPORTED_FORMAT, or the container's code
+ * (ZMV_E_FAIL for a RIFF file that is no AVI).
  */
 ZMV_API int32_t ZMVReaderOpen(ZMVReader** handle, ZMVReaderParam* param);
 
@@ -64,7 +65,8 @@ ZMV_API int32_t ZMVReaderGetInfoFile(ZMVReaderParam* param, ZMVFileInfo* info);
  * The next frame of frame->dwMediaType and frame->dwTrack into frame->pData (capacity frame->dwBufSize). 0; ZMV_E_FAIL
  * when the file has no such medium or GetInfo was not called; ZMV_E_MP4_BUFFER or ZMV_E_AVI_BUFFER with the size needed
  * in dwBufSize, and the same frame on the next call; ZMV_E_END after the last frame or past the playback window, whose
- * first frame beyond the end is still delivered. 0 and nothing read for an unknown medium.
+ * first frame beyond the end is still delivered. 0 and nothing read for an unknown medium, and in an AVI, with dwSize
+ * 0, for a track that the medium does not have.
  */
 ZMV_API int32_t ZMVReaderReadFrame(ZMVReader* handle, ZMVFrame* frame);
 /* The same without the payload: pData is not used. 0 and nothing read for containers without this operation. */
@@ -88,7 +90,10 @@ ZMV_API uint8_t ZMVReaderSeekByMedia(ZMVReader* handle, uint32_t* time, uint32_t
  * had. */
 ZMV_API int32_t ZMVReaderStart(ZMVReader* handle, uint32_t* time);
 
-/* Makes another track of a medium the current one, at the medium's last time. 1 when done or nothing to do, else 0. */
+/*
+ * Makes track `track` (0 = first) of a medium its current one, at the medium's last time. 1 when done, and for an
+ * unknown medium; 0 when there is no such track, when it is current already, or when nothing is found at that time.
+ */
 ZMV_API int32_t ZMVReaderChangeTrack(ZMVReader* handle, uint32_t track, uint32_t media);
 
 /* Loading state in percent; plain files are 100 and 100. Returns 1. */

@@ -114,6 +114,7 @@ int32_t ReadTrunHeader(const MP4FReaderHandle& handle, MP4ReaderTrack& track, ui
   BoxReader box = ReadAt(handle, track, payload, function);
   uint32_t count = 0;
   uint32_t offset = 0;
+  trun->end = box.Position() + payload;
   box.U32(&trun->flags).U32(&count);
   trun->has_offset = (trun->flags & kTrunDataOffset) != 0;
   if (trun->has_offset) box.U32(&offset);
@@ -125,6 +126,13 @@ int32_t ReadTrunHeader(const MP4FReaderHandle& handle, MP4ReaderTrack& track, ui
   const uint64_t room = entry_size != 0 ? box.Left() / entry_size : handle.m_dwFileSize;
   trun->samples = count < room ? count : static_cast<uint32_t>(room);
   return 0;
+}
+
+int32_t LeaveTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t end, const char* function) {
+  TableCursor cursor = Fragments(handle, track);
+  // A move empties the cursor's cache.
+  const int32_t result = cursor.Position() == end ? 0 : cursor.Move(end);
+  return Failed(result) ? Report(result, function) : 0;
 }
 
 uint32_t TrunEntrySize(uint32_t flags) {

@@ -29,6 +29,7 @@ struct Trun {
   uint32_t samples = 0;  // no more than the box has room for
   bool has_offset = false;
   int32_t data_offset = 0;
+  uint32_t end = 0;  // position behind the box
 };
 
 struct FragmentSample {
@@ -67,6 +68,8 @@ int32_t FindTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, Fragment
 // Reads the fields in front of the samples.
 int32_t ReadTrunHeader(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t payload, Trun* trun,
                        const char* function);
+// Moves the fragment cursor from behind the last sample of a trun to `end`: the box may have room for more.
+int32_t LeaveTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t end, const char* function);
 // Bytes that a trun with these flags spends on each sample.
 uint32_t TrunEntrySize(uint32_t flags);
 // Reads what the trun says about its next sample; what it does not say comes from the defaults.

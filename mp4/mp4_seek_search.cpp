@@ -3,176 +3,81 @@
 
 #include "base/arith.h"
 #include "mp4/mp4_reader.h"
+#include "mp4/mp4_seek_ticks.h"
+#include "mp4/mp4_seek_times.h"
 #include "mp4/mp4_table_cursor.h"
 
 namespace zmv::mp4::reader {
 namespace {
 
-constexpr float kMilliseconds = 1000.0f;
-constexpr uint32_t kMillisecondScale = 1000;
-constexpr uint32_t kMaxTicks = 0xFFFFFFFFu;
-constexpr uint32_t kNoKey = 0x7FFFFFFFu;
 constexpr uint32_t kNoChunk = 0xFFFFFFFFu;
 
 constexpr uint32_t Lower(uint32_t a, uint32_t b) { return a < b ? a : b; }
 
-// Milliseconds of one chunk of constant-size audio; 0 when its entry does not say how fast the samples go by.
-uint32_t ChunkMilliseconds(const MP4ReaderTrack& track) {
-  const uint64_t bytes_per_second = uint64_t{track.m_dwBitsPerSample / 8} * track.m_dwSampleRate;
-  if (bytes_per_second == 0) return 0;
-  const float chunks_per_second = static_cast<float>(bytes_per_second) / static_cast<float>(track.m_dwSampleSize);
-  return SaturatingU32(kMilliseconds / chunks_per_second);
-}
-
 // ---- The sample
-
-// Where the search stands in a track.
-struct Place {
-  uint32_t sample = 0;
-  uint32_t left = 0;   // samples from here to the end of the run
-  uint32_t delta = 0;  // ticks
-  uint32_t dts = 0;    // ticks
-  uint32_t table = 0;  // where the cursor of stts stands
-};
 
 class TimeSearch {
  public:
-  TimeSearch(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, SeekMode mode)
+  TimeSearch(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs, uint32_t time, SeekMode mode)
       : track_(track),
-        times_(SampleTimes(handle, track)),
-        syncs_(SyncSamples(handle, track)),
-        scale_(track.m_dwTimeScale),
+        times_(handle, track),
+        syncs_(syncs),
+        reach_(TicksThatReach(time, times_.Scale())),
         time_(time),
         mode_(mode) {}
 
+  // To the first sample that reaches the time, or to where the tables end, and from there to where the mode says.
   int32_t Run() {
-    Start();
-    Approach();
+    // The first key frame has time 0, whatever samples lie before it.
+    first_ = syncs_.Present() ? syncs_.First() : 0;
+    const uint32_t limit = track_.m_dwSampleCount > first_ ? track_.m_dwSampleCount - first_ : 0;
+    times_.ToTicks(reach_, limit, &at_, &exhausted_);
     if (Failed()) return Error();
     const bool exact = mode_ == SeekMode::kForward && !exhausted_ && Time() == time_;
     if (!syncs_.Present() || exact) return kSeekFound;
-    if (GoesBack()) {
-      at_ = candidate_;
-      const int32_t result = times_.Present() ? times_.Move(at_.table) : 0;
-      return zmv::Failed(result) ? result : kSeekFound;
+    const KeyFrames keys = syncs_.Around(Sample());
+    if (Failed()) return Error();
+    if (GoesBack(keys)) {
+      times_.ToSample(keys.before - first_, &at_);
+      return Failed() ? Error() : kSeekFound;
     }
-    if (next_ == kNoKey) return kSeekNotFound;
-    if (exhausted_) GoOn();
+    if (keys.next == kNoKeyFrame) return kSeekNotFound;
+    if (exhausted_) GoOn(keys.next);
     return kSeekFound;
   }
 
-  uint32_t Time() const { return TicksToUnits(at_.dts, kMilliseconds, scale_); }
-  const Place& At() const { return at_; }
+  uint32_t Sample() const { return first_ + at_.sample; }
+  uint32_t Time() const { return TicksToUnits(at_.dts, kMilliseconds, times_.Scale()); }
+  const TimePlace& At() const { return at_; }
 
  private:
-  // The first key frame, at time 0, whatever samples lie before it.
-  void Start() {
-    if (syncs_.Present()) {
-      at_.sample = track_.m_dwStssCount != 0 ? NextKey() : 0;
-      next_ = NextKey();
-    }
-    NextRun();
-    if (track_.m_bPcmFraming != 0 && track_.m_dwSampleSize != 0) {
-      at_.delta = ChunkMilliseconds(track_);
-      scale_ = kMillisecondScale;
-    }
-    KeepCandidate();
-  }
-
-  // Goes to the first sample that reaches the time, or to where the tables end. The key frames on the way become
-  // candidates one after another. An entry of stss that does not lie ahead is never met and hides those behind it.
-  void Approach() {
-    for (;;) {
-      exhausted_ = at_.sample >= track_.m_dwSampleCount || (at_.left == 0 && !NextRun());
-      if (exhausted_ || Failed() || Time() >= time_) return;
-      if (at_.sample == next_) {
-        next_ = NextKey();
-        KeepCandidate();
-      }
-      Advance(StepsToTime(Lower(at_.left, SamplesAhead())));
-    }
-  }
-
-  // Behind the last run its duration stays in force.
-  void GoOn() {
-    while (at_.sample < track_.m_dwSampleCount && at_.sample != next_ && Time() < time_) {
-      Advance(StepsToTime(SamplesAhead()));
-    }
-  }
-
-  bool GoesBack() const {
-    if (next_ == candidate_.sample || mode_ == SeekMode::kBackward) return true;
+  bool GoesBack(const KeyFrames& keys) const {
+    if (keys.next == keys.before || mode_ == SeekMode::kBackward) return true;
     if (mode_ == SeekMode::kForward) return false;
-    return next_ == kNoKey || at_.sample - candidate_.sample <= next_ - at_.sample;
+    return keys.next == kNoKeyFrame || Sample() - keys.before <= keys.next - Sample();
   }
 
-  // Samples up to the next key frame when it lies ahead, or else to the end of the track.
-  uint32_t SamplesAhead() const {
-    const uint32_t end = next_ > at_.sample ? Lower(next_, track_.m_dwSampleCount) : track_.m_dwSampleCount;
-    return end - at_.sample;
-  }
-
-  // How many of the next `span` samples to step over to the first one that reaches the time; all when none does. Along
-  // a run times never fall, until the ticks pass 32 bits; a step across that is taken on its own.
-  uint32_t StepsToTime(uint32_t span) const {
-    if (at_.delta != 0) {
-      const uint32_t rising = (kMaxTicks - at_.dts) / at_.delta;
-      span = Lower(span, rising != 0 ? rising : 1);
-    }
-    uint32_t low = 1;
-    while (low < span) {
-      const uint32_t middle = low + (span - low) / 2;
-      if (TicksToUnits(at_.dts + middle * at_.delta, kMilliseconds, scale_) >= time_) {
-        span = middle;
-      } else {
-        low = middle + 1;
-      }
-    }
-    return low;
-  }
-
-  void Advance(uint32_t samples) {
+  // Behind the last run its duration stays in force, up to the next key frame when it lies ahead, or else to the end.
+  void GoOn(uint32_t next) {
+    const uint32_t sample = Sample();
+    if (sample >= track_.m_dwSampleCount || sample == next || at_.dts >= reach_) return;
+    const uint32_t end = next > sample ? Lower(next, track_.m_dwSampleCount) : track_.m_dwSampleCount;
+    const uint32_t samples = StepsToTicks(at_.dts, at_.delta, reach_, end - sample);
     at_.sample += samples;
-    at_.left -= Lower(samples, at_.left);
     at_.dts += samples * at_.delta;
-  }
-
-  // Enters the next run of stts that has samples; false when there is none.
-  bool NextRun() {
-    uint32_t count = 0;
-    uint32_t delta = 0;
-    while (times_.Next(&count) && times_.Next(&delta)) {
-      if (count == 0) continue;
-      at_.left = count;
-      at_.delta = delta;
-      return true;
-    }
-    return false;
-  }
-
-  uint32_t NextKey() {
-    uint32_t number = 0;
-    if (!syncs_.Next(&number)) return kNoKey;
-    return number != 0 ? number - 1 : 0;
-  }
-
-  void KeepCandidate() {
-    candidate_ = at_;
-    if (times_.Present()) candidate_.table = times_.Position();
   }
 
   bool Failed() const { return times_.Failed() || syncs_.Failed(); }
   int32_t Error() const { return times_.Failed() ? times_.Error() : syncs_.Error(); }
 
   const MP4ReaderTrack& track_;
-  TableCursor times_;
-  TableCursor syncs_;
-  uint32_t scale_;
+  TimeWalk times_;
+  SyncTable& syncs_;
+  const uint64_t reach_;  // ticks
   const uint32_t time_;
   const SeekMode mode_;
-  Place at_;
-  Place candidate_;
-  uint32_t next_ = kNoKey;  // the key frame behind the candidate
+  uint32_t first_ = 0;
+  TimePlace at_;
   bool exhausted_ = false;
 };
 
@@ -260,14 +165,17 @@ int32_t PlaceChunk(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32
 
 }  // namespace
 
-int32_t FindSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t time, SeekMode mode,
-                   uint32_t* found_time) {
-  TimeSearch search(handle, track, time, mode);
+int32_t FindSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs, uint32_t time,
+                   SeekMode mode, uint32_t* found_time) {
+  TimeSearch search(handle, track, syncs, time, mode);
   const int32_t result = search.Run();
   if (result != kSeekFound) return result;
-  const Place& found = search.At();
+  const TimePlace& found = search.At();
+  TableCursor times = SampleTimes(handle, track);
+  const int32_t moved = times.Present() ? times.SeekTo(found.entry) : 0;
+  if (Failed(moved)) return moved;
   *found_time = search.Time();
-  track.m_dwSeekSample = Lower(found.sample, track.m_dwSampleCount);
+  track.m_dwSeekSample = Lower(search.Sample(), track.m_dwSampleCount);
   track.m_dwSeekSttsLeft = found.left;
   track.m_dwSeekSttsDelta = found.delta;
   // Constant-size audio is searched in milliseconds but stamped in ticks.
@@ -291,21 +199,18 @@ int32_t PlaceSample(const MP4FReaderHandle& handle, MP4ReaderTrack& track) {
   return track.m_dwSeekPos < DataEnd(handle) ? kSeekFound : kSeekNotFound;
 }
 
-int32_t PlaceSyncEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track) {
-  TableCursor syncs = SyncSamples(handle, track);
+int32_t PlaceSyncEntry(const MP4FReaderHandle& handle, MP4ReaderTrack& track, SyncTable& syncs) {
   if (!syncs.Present()) return kSeekFound;
-  const int32_t result = syncs.SeekTo(0);
-  if (Failed(result)) return result;
-  track.m_dwSeekNextSync = 0;
-  uint32_t entries = 0;
   // The numbers count from 1 and the samples from 0, so the key frame right before the sample ends the search too.
-  while (syncs.Next(&track.m_dwSeekNextSync)) {
-    ++entries;
-    if (track.m_dwSeekNextSync >= track.m_dwSeekSample) break;
-  }
+  uint32_t number = 0;
+  const uint32_t entries = syncs.UpTo(track.m_dwSeekSample, &number);
+  if (syncs.Failed()) return syncs.Error();
+  const int32_t result = SyncSamples(handle, track).SeekTo(entries);
+  if (Failed(result)) return result;
+  track.m_dwSeekNextSync = number;
   // The last entry read is not consumed yet, as after opening.
   track.m_dwSeekSyncEntry = entries != 0 ? entries - 1 : 0;
-  return syncs.Failed() ? syncs.Error() : kSeekFound;
+  return kSeekFound;
 }
 
 }  // namespace zmv::mp4::reader

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "base/fourcc.h"
+
 namespace zmv::mp4 {
 
 constexpr uint32_t kBoxHeaderSize = 8;
@@ -31,6 +33,24 @@ constexpr uint32_t kStszEntrySize = 4;
 constexpr uint32_t kStcoEntrySize = 4;
 constexpr uint32_t kStscEntrySize = 12;
 constexpr uint32_t kStssEntrySize = 4;
+
+// Codecs whose frames begin with a 4-byte start code, which the file holds as the length of what follows.
+constexpr bool BeginsWithStartCode(uint32_t code) {
+  switch (code) {
+    case FourCC("H264"):
+    case FourCC("X264"):
+    case FourCC("avc1"):
+    case FourCC("AVC1"):
+    case FourCC("hvc1"):
+    case FourCC("hev1"):
+    case FourCC("HEV1"):
+    case FourCC("HEVC"):
+    case FourCC("H265"):
+      return true;
+    default:
+      return false;
+  }
+}
 
 }  // namespace zmv::mp4
 

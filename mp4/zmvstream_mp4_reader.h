@@ -73,15 +73,16 @@ ZMV_API int32_t MP4FReaderReadFrameInfo(MP4FReaderHandle* handle, ZMVFrame* fram
  *
  * Times are milliseconds. `*time` is the target and receives the time of the sample that was found. The seeks return 1
  * when done and 0 when not; every track then reads on where it read. A read that fails inside a seek leaves its track
- * where it read and counts as done.
+ * where it read and counts as done, except that one whose code has the low byte 0 (ZMV_E_FAIL) counts as not found.
  *
  * - Backward goes to the last key frame before the first sample that reaches the target.
  * - Nearest goes to that key frame, or to the sample itself when the next key frame is nearer to it.
  * - Forward goes to the first sample behind the target, or at it; nothing is found when no key frame follows.
  *
- * A target behind the end of a track is moved to its end. Nothing is found behind the end of the movie and where data
- * is not written yet. The first medium named leads and the others go where it went; when it is missing, the first there
- * is of video, audio and text leads.
+ * A target behind the end of a track is moved to its end. In a track with fragments it is looked for among their
+ * samples, whatever the mode, as MP4ReaderGetSeekPosFrag does, and nothing is found behind them. Nothing is found
+ * behind the end of the movie and where data is not written yet. The first medium named leads and the others go where
+ * it went; when it is missing, the first there is of video, audio and text leads.
  */
 
 /* Video and audio to the nearest, text backward. `audioLed` != 0: audio leads, and all go backward. */

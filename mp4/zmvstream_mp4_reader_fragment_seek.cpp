@@ -33,6 +33,8 @@ class FragmentSearch {
       left_ = trun_.samples;
       result = TrunEntrySize(trun_.flags) != 0 ? ReadSamples() : CountSamples();
       if (Failed(result)) return result;
+      const int32_t moved = left_ == 0 ? LeaveTrun(handle_, track_, trun_.end, function_) : 0;
+      if (Failed(moved)) return moved;
       if (ticks_ > kMaxTicks) return kNotFound;  // 32 bits do not express the times from here on
       if (result == kFound) return position_ <= DataEnd(handle_) ? kFound : kNotFound;
     }
@@ -40,7 +42,7 @@ class FragmentSearch {
 
   uint32_t Time() const { return static_cast<uint32_t>(At(static_cast<uint32_t>(ticks_))); }
 
-  bool BaseChanges() const { return defaults_.base_offset != track_.m_dwBaseOffset; }
+  bool BaseChanges() const { return defaults_.base_offset != track_.m_dwSearchBase; }
 
   // Makes the sample found the pending place of the track.
   void Keep() const {
@@ -50,20 +52,21 @@ class FragmentSearch {
     track_.m_dwSeekTrunIndex = index_;
     track_.m_dwSeekTrunLeft = left_;
     track_.m_dwSeekTrunFlags = trun_.flags;
+    track_.m_dwSeekTrunEnd = trun_.end;
     track_.m_dwSeekBaseOffset = defaults_.base_offset;
     track_.m_dwSeekTfhdDuration = defaults_.duration;
     track_.m_dwSeekTfhdSize = defaults_.size;
   }
 
  private:
-  // The base offset is that of the fragment being read, so the place is right in files whose base offset is the same
-  // in all fragments.
+  // The base offset is that of the fragment read last, so the place is right in files whose base offset is the same in
+  // all fragments.
   void Place() {
     if (trun_.has_offset) {
-      const int64_t position = int64_t{track_.m_dwBaseOffset} + trun_.data_offset;
+      const int64_t position = int64_t{track_.m_dwSearchBase} + trun_.data_offset;
       position_ = position < 0 ? kNoPosition : static_cast<uint64_t>(position);
     } else {
-      position_ += track_.m_dwBaseOffset;
+      position_ += track_.m_dwSearchBase;
     }
     position_ = Clamped(position_);
   }

@@ -129,7 +129,7 @@ FragmentDefaults LiveDefaults(const MP4ReaderTrack& track) {
 }
 
 void SetLiveDefaults(MP4ReaderTrack& track, const FragmentDefaults& defaults) {
-  track.m_dwBaseOffset = defaults.base_offset;
+  track.m_dwBaseOffset = track.m_dwSearchBase = defaults.base_offset;
   track.m_dwTfhdDuration = defaults.duration;
   track.m_dwTfhdSize = defaults.size;
 }
@@ -145,9 +145,14 @@ int32_t BeginTrun(const MP4FReaderHandle& handle, MP4ReaderTrack& track, const F
                             ? int64_t{Result(ZMV_E_SEEK)}
                             : ZMVStreamBuf_Seek(track.m_hStream, track.m_dwIndex, static_cast<uint32_t>(data));
   if (Failed(moved)) return Report(StreamError(moved), function);
+  if (trun.samples == 0) {
+    result = LeaveTrun(handle, track, trun.end, function);
+    if (Failed(result)) return result;
+  }
   SetLiveDefaults(track, defaults);
   track.m_dwTrunFlags = trun.flags;
   track.m_dwTrunLeft = trun.samples;
+  track.m_dwTrunEnd = trun.end;
   ++track.m_dwTrunIndex;
   track.m_dwTrunEntered = track.m_dwTrunIndex;
   track.m_dwTrunSamples = trun.samples;
@@ -205,6 +210,7 @@ int32_t ReadFragment(const MP4FReaderHandle& handle, MP4ReaderTrack& track, ZMVF
   const uint32_t before = cursor.Position();
   FragmentSample sample;
   result = ReadTrunEntry(handle, track, track.m_dwTrunFlags, LiveDefaults(track), &sample, function);
+  if (!Failed(result) && track.m_dwTrunLeft == 1) result = LeaveTrun(handle, track, track.m_dwTrunEnd, function);
   if (!Failed(result)) {
     frame.dwSize = sample.size;
     const uint32_t capacity = frame.pData != nullptr ? frame.dwBufSize : 0;

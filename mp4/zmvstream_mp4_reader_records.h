@@ -15,6 +15,30 @@ struct MP4ReaderTable {
   uint32_t m_dwSaved;
 };
 
+// What searches of a track have come by in a table of it: places evenly spread over the table, from its start up to the
+// farthest that was reached, so that the next search starts near its target. Their number does not grow with the table.
+constexpr uint32_t kMp4TimeMarks = 512;
+constexpr uint32_t kMp4SyncMarks = 256;
+
+struct MP4ReaderTimeMark {
+  uint32_t m_dwSample;  // counted from the sample at which searches start
+  uint32_t m_dwDts;     // ticks
+};
+
+struct MP4ReaderTimeMarks {
+  uint32_t m_dwTable;  // start and entries of the stts that they stand in
+  uint32_t m_dwEntries;
+  uint32_t m_dwCount;
+  MP4ReaderTimeMark m_Mark[kMp4TimeMarks];
+};
+
+struct MP4ReaderSyncMarks {
+  uint32_t m_dwTable;  // start and entries of the stss that they stand in
+  uint32_t m_dwEntries;
+  uint32_t m_dwCount;
+  uint32_t m_dwNumber[kMp4SyncMarks];  // sync samples, from 1
+};
+
 struct MP4ReaderTrack {
   ZMVStreamBuf* m_hStream;  // a duplicate of the file's stream for payloads, owned; null until GetInfo is through
   uint32_t m_dwIndex;       // cursor on it
@@ -78,6 +102,9 @@ struct MP4ReaderTrack {
   uint32_t m_dwSeekSyncEntry;
   uint32_t m_dwSeekNextSync;
 
+  MP4ReaderTimeMarks m_TimeMarks;
+  MP4ReaderSyncMarks m_SyncMarks;
+
   // Fragments.
   MP4ReaderTable m_Frag;
   uint32_t m_dwTrexDuration;
@@ -90,10 +117,13 @@ struct MP4ReaderTrack {
   uint32_t m_dwTrunIndex;
   uint32_t m_dwTrunFlags;
   uint32_t m_dwTrunLeft;
+  uint32_t m_dwTrunEnd;  // position behind the current trun
   uint32_t m_dwSeekBaseOffset;
   uint32_t m_dwSeekTfhdDuration;
   uint32_t m_dwSeekTfhdSize;
   uint32_t m_dwSeekTrunFlags;
+  uint32_t m_dwSeekTrunEnd;
+  uint32_t m_dwSearchBase;   // the base offset that reading had last, which searches count from
   uint32_t m_dwTrunEntered;  // m_dwTrunIndex when reading last entered a trun, and the samples it had
   uint32_t m_dwTrunSamples;
   uint32_t m_dwFragLastBase;  // base offset of the last tfhd met while the file was described

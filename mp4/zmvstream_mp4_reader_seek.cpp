@@ -35,6 +35,14 @@ void HoldPlace(MP4ReaderTrack& track) {
   track.m_dwSeekTfhdDuration = track.m_dwTfhdDuration;
   track.m_dwSeekTfhdSize = track.m_dwTfhdSize;
   track.m_dwSeekTrunFlags = track.m_dwTrunFlags;
+  track.m_dwSeekTrunEnd = track.m_dwTrunEnd;
+}
+
+// Makes the start of the fragments the pending place in them: what is found in moov has them all ahead, as after
+// opening.
+void HoldFragmentStart(MP4ReaderTrack& track) {
+  track.m_dwSeekFragDts = track.m_dwSeekTrunIndex = track.m_dwSeekTrunLeft = 0;
+  track.m_dwSeekBaseOffset = track.m_dwSeekTfhdDuration = track.m_dwSeekTfhdSize = 0;
 }
 
 // Makes the pending place the reading position. The cursors of the tables stand there since the search.
@@ -57,6 +65,9 @@ void TakePlace(MP4ReaderTrack& track) {
   track.m_dwTfhdDuration = track.m_dwSeekTfhdDuration;
   track.m_dwTfhdSize = track.m_dwSeekTfhdSize;
   track.m_dwTrunFlags = track.m_dwSeekTrunFlags;
+  track.m_dwTrunEnd = track.m_dwSeekTrunEnd;
+  // A place in moov leaves it as it is: it goes back to no fragment, but knows what their base offset was.
+  if (track.m_dwTrunIndex != 0) track.m_dwSearchBase = track.m_dwBaseOffset;
   const int64_t result = ZMVStreamBuf_Seek(track.m_hStream, track.m_dwIndex, track.m_dwSeekPos);
   if (Failed(result)) Report(StreamError(result), "MP4FReaderStreamSeek");
 }
@@ -86,9 +97,10 @@ int32_t SearchTables(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint
   }
   if (track.m_dwSampleCount == 0 || track.m_dwChunkCount == 0) return kSeekNotFound;
   uint32_t found_time = 0;
-  int32_t result = FindSample(handle, track, target, mode, &found_time);
+  SyncTable syncs(handle, track);
+  int32_t result = FindSample(handle, track, syncs, target, mode, &found_time);
   if (result == kSeekFound) result = PlaceSample(handle, track);
-  if (result == kSeekFound) result = PlaceSyncEntry(handle, track);
+  if (result == kSeekFound) result = PlaceSyncEntry(handle, track, syncs);
   if (result != kSeekFound) return result;
   *time = found_time;
   TraceFound(track, found_time);
@@ -99,7 +111,7 @@ int32_t SearchTables(const MP4FReaderHandle& handle, MP4ReaderTrack& track, uint
 // its code, which counts as done: the pending place is then the reading position.
 uint8_t Search(MP4FReaderHandle& handle, MP4ReaderTrack& track, uint32_t* time, SeekMode mode) {
   HoldPlace(track);
-  track.m_dwSeekFragDts = track.m_dwSeekTrunIndex = track.m_dwSeekTrunLeft = 0;
+  HoldFragmentStart(track);
   MP4ReaderSaveStblPos(&handle, &track);
   int32_t result = MP4ReaderSetStblPos(&handle, &track);
   if (!Failed(result)) result = SearchTables(handle, track, time, mode);

@@ -145,24 +145,6 @@ int32_t PlaceInChunk(MP4WriterHandle& writer, MP4WriterTrack& track) {
   return result;
 }
 
-// Codecs whose payloads begin with a start code, which gives way to the length of what follows.
-bool BeginsWithStartCode(uint32_t code) {
-  switch (code) {
-    case FourCC("H264"):
-    case FourCC("X264"):
-    case FourCC("avc1"):
-    case FourCC("AVC1"):
-    case FourCC("hvc1"):
-    case FourCC("hev1"):
-    case FourCC("HEV1"):
-    case FourCC("HEVC"):
-    case FourCC("H265"):
-      return true;
-    default:
-      return false;
-  }
-}
-
 // The bytes written, or the first code when a write fails: a sum of codes could be positive.
 int64_t WritePayload(MP4WriterHandle& writer, const MP4WriterTrack& track, const ZMVFrame& frame) {
   if (frame.dwSize < kStartCodeSize || !BeginsWithStartCode(track.dwFourCC)) {

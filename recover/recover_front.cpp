@@ -265,22 +265,7 @@ bool ReadFront(Window& window, Front& front) {
   return front.own || !BeginsLikeOthers(window);
 }
 
-bool BeginsWithLength(uint32_t code) {
-  switch (code) {
-    case FourCC("H264"):
-    case FourCC("X264"):
-    case FourCC("avc1"):
-    case FourCC("AVC1"):
-    case FourCC("hvc1"):
-    case FourCC("hev1"):
-    case FourCC("HEV1"):
-    case FourCC("HEVC"):
-    case FourCC("H265"):
-      return true;
-    default:
-      return false;
-  }
-}
+bool BeginsWithLength(uint32_t code) { return mp4::BeginsWithStartCode(code); }
 
 bool IsCompressedAudio(uint32_t format) {
   constexpr uint32_t kOldestAac = 0xFD;

@@ -22,6 +22,17 @@ bool WantsUserData(const ZMVRecoverParam& param, const ZMVRecoverReport& report)
   return false;
 }
 
+// Numbers of descriptions are certain only once the streams are known.
+void MarkDescribed(const Front& front, ZMVRecoverReport& report) {
+  for (uint32_t i = 0; i < report.dwStreamCount; ++i) {
+    ZMVRecoverStream& stream = report.Stream[i];
+    const bool described = stream.dwMediaType == ZMV_MEDIA_VIDEO   ? front.described_video[stream.dwTrack]
+                           : stream.dwMediaType == ZMV_MEDIA_AUDIO ? front.described_audio
+                                                                   : front.described_text[stream.dwTrack];
+    stream.bDescribed = described ? 1 : 0;
+  }
+}
+
 int32_t ScanAndCompare(Mp4Scan& scan, Mp4Tables& tables) {
   FoundFrame frame;
   while (scan.Next(frame)) {
@@ -59,6 +70,7 @@ int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {
   if (finding.report.dwState == ZMV_RECOVER_WHOLE && !finding.complete) finding.report.dwState = ZMV_RECOVER_CUT;
   Front front = scan.front();
   SettleDescriptions(finding.report, param.pDescription, front);
+  MarkDescribed(front, finding.report);
   finding.info = front.info;
   finding.report.bUserData = WantsUserData(param, finding.report) ? 1 : 0;
   return progress.Finished() ? 0 : Result(ZMV_E_CANCELLED);

@@ -170,5 +170,48 @@ TEST_F(AviFaults, StreamThatCannotSeek_WritesOnlyAtTheEnd) {
   EXPECT_EQ(File().size(), before.size() + 8 + 16 + 328);
 }
 
+// Without fill chunk the file ends behind the chunk with its name, but for what a chunk left there that failed.
+TEST_F(AviFaults, PiecesOfAFailedChunk_AreCoveredWithoutFillChunkToo) {
+  AddVideo();
+  NoFill();
+  Start();
+  ASSERT_EQ(WriteVideo(10), 0);
+  const size_t movi_end = MoviEnd();
+  host.ClearRecords();
+  host.Fail(HostCall::kWrite, 3);  // the pad, behind header and payload
+  EXPECT_EQ(static_cast<uint32_t>(WriteVideo(5001, 40)), ZMV_E_FAIL);
+  host.ClearFailures();
+  CloseWriter();
+  const ByteVector& file = File();
+  const size_t cover = movi_end + 8 + 16 + 8 + 320;  // idx1 with one entry, the name chunk
+  ASSERT_GT(file.size(), cover + 8);
+  EXPECT_EQ(Part(file, cover, 4), Text("JUNK"));
+  EXPECT_EQ(Le32At(file, cover + 4), file.size() - cover - 8);
+  EXPECT_EQ(Le32At(file, 4), file.size() - 8);
+}
+
+// Entries without their header would be taken for chunks.
+TEST_F(AviFaults, IndexHeaderThatFails_IsTriedOnceMore) {
+  for (const ScriptedHost::Duration duration : {ScriptedHost::kOnce, ScriptedHost::kForGood}) {
+    info = {};
+    AddVideo();
+    NoFill();
+    Start();
+    ASSERT_EQ(WriteVideo(10), 0);
+    const size_t movi_end = MoviEnd();
+    host.ClearRecords();
+    host.Fail(HostCall::kWrite, 1, duration);
+    CloseWriter();
+    host.ClearFailures();
+    if (duration == ScriptedHost::kOnce) {
+      EXPECT_EQ(Part(File(), movi_end, 8), Join({Text("idx1"), Le32(16)}));
+      EXPECT_EQ(Part(File(), movi_end + 8, 4), Text("00dc"));
+    } else {
+      EXPECT_EQ(File().size(), movi_end);
+    }
+    Close();
+  }
+}
+
 }  // namespace
 }  // namespace zmv::test

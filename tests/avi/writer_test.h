@@ -85,7 +85,7 @@ class AviWriterTest : public ::testing::Test {
     text.dwRate = rate;
     return text;
   }
-  void Software(const char* text) { std::strncpy(info.szSoftware, text, sizeof info.szSoftware); }
+  void Software(const char* text) { std::string_view(text).copy(info.szSoftware, sizeof info.szSoftware); }
   void NoFill() { info.dwAiddValue = 1; }
 
   // ---- Recording

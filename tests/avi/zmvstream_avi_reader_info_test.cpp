@@ -247,7 +247,7 @@ TEST_F(AviInfo, MenuForm_IsWalked) {
   EXPECT_EQ(reader_->m_bMenu, 0);
 }
 
-TEST_F(AviInfo, ExtensionForm_GivesTheSecondDataPosition) {
+TEST_F(AviInfo, ExtensionForms_GiveTheSecondDataPosition_TheLastOneStays) {
   AviSpec file;
   file.streams = {VideoStream()};
   file.has_index = false;
@@ -256,7 +256,19 @@ TEST_F(AviInfo, ExtensionForm_GivesTheSecondDataPosition) {
   EXPECT_EQ(reader_->m_bExtended, 1);
   EXPECT_EQ(reader_->m_dwMoviPos, 220u);
   EXPECT_EQ(reader_->m_dwDataPos, 224u);
-  EXPECT_EQ(reader_->m_dwDataPos2, 224u + 24);
+  EXPECT_EQ(reader_->m_dwDataPos2, 224u + 2 * 24);
+}
+
+TEST_F(AviInfo, FormCutShortBehindTheFrames_EndsTheWalkQuietly) {
+  AviSpec file = SmallFile();
+  file.has_index = false;
+  const ByteVector whole = BuildAvi(file);
+  const ByteVector extension = Riff("AVIX", List("movi", {}));
+  for (size_t kept = 0; kept <= 12; ++kept) {
+    ASSERT_EQ(Describe(Join({whole, Front(extension, kept)})), 0u) << kept;
+    EXPECT_EQ(reader_->m_dwStreamCount, 2u);
+    EXPECT_EQ(reader_->m_bExtended, kept == 12 ? 1 : 0);
+  }
 }
 
 TEST_F(AviInfo, OldIndex_EndsTheWalk) {

@@ -336,6 +336,17 @@ TEST_F(AviOdml, SuperIndexWithoutEntries_LeavesTheOldIndexInCharge) {
   EXPECT_EQ(Stream(0).m_dwIndexEntries, 2u);
 }
 
+TEST_F(AviOdml, SecondSuperIndexWithoutEntries_LeavesTheFirst) {
+  AviSpec file = SmallFile();
+  file.has_index = false;
+  const ByteVector one = Chunk("indx", Join({SuperIndexHeader(0, 0, 1), SuperIndexEntry(0x7FFFFFFF)}));
+  const ByteVector none = Chunk("indx", SuperIndexHeader(0, 0, 0));
+  file.streams[0].behind = Join({one, none});
+  Load(BuildAvi(file));
+  // Its only entry leads nowhere, which is found out because it is followed.
+  EXPECT_EQ(GetInfo(), ZMV_E_SEEK);
+}
+
 TEST_F(AviOdml, SuperIndexOfAStreamThatWasPassedOver_GoesToNoOther) {
   AviStream overlay = VideoStream(25000, 1000, "DXSB");
   overlay.behind = Chunk("indx", Join({SuperIndexHeader(0, 0, 1), SuperIndexEntry(0x20)}));

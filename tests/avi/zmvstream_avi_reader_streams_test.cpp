@@ -133,7 +133,8 @@ TEST_F(AviStreams, Pcm_IsDescribed) {
   EXPECT_EQ(info.dwBufferSize, 20000u);
   EXPECT_EQ(info.dwFrames, 192000u);
   EXPECT_EQ(info.bValid, 1);
-  EXPECT_EQ(info.dwSamplesPerFrame, 4u);
+  EXPECT_EQ(info.dwSampleBlock, 4u);
+  EXPECT_EQ(info.dwSamplesPerFrame, 0u);
   EXPECT_EQ(info.dwDuration, 1000u);  // 192000 / 4 units of 4 / 192000 s
   EXPECT_EQ(Stream(0).m_dwSampleSize, 4u);
 }
@@ -144,7 +145,7 @@ TEST_F(AviStreams, CompressedAudio_HasFramesOfAtMost8192Bytes) {
   audio.suggested_size = 20000;
   ASSERT_EQ(DescribeStreams({audio}), 0u);
   EXPECT_EQ(info_->m_Audio.dwBufferSize, 8192u);
-  EXPECT_EQ(info_->m_Audio.dwSamplesPerFrame, 0u);
+  EXPECT_EQ(info_->m_Audio.dwSampleBlock, 0u);
   EXPECT_EQ(info_->m_Audio.dwBlockAlign, 1024u);
   EXPECT_EQ(info_->m_Audio.dwExtraDataSize, 2u);
   EXPECT_EQ(info_->m_Audio.abExtraData[0], 0x11);

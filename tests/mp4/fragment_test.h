@@ -44,25 +44,13 @@ class FragmentTest : public ReaderTest {
     return payloads;
   }
 
-  // Searches the fragments of a track as a seek does.
+  // Searches a track; a time that moov does not hold is looked for in the fragments.
   uint32_t Search(uint32_t* time, uint32_t slot = 0) {
-    MP4ReaderSaveStblPos(reader_, &Track(slot));
-    MP4ReaderSetStblPos(reader_, &Track(slot));
-    return MP4ReaderGetSeekPosFrag(reader_, &Track(slot), time, 2);
+    constexpr uint32_t kBackward = 2;
+    return MP4FReaderGetSeekPos(reader_, &Track(slot), time, kBackward);
   }
   // Makes what was found the reading position.
-  void Take(uint32_t slot = 0) {
-    MP4ReaderTrack& track = Track(slot);
-    track.m_dwSampleIndex = track.m_dwSeekSample;
-    track.m_dwFragDts = track.m_dwSeekFragDts;
-    track.m_dwTrunIndex = track.m_dwSeekTrunIndex;
-    track.m_dwTrunLeft = track.m_dwSeekTrunLeft;
-    track.m_dwTrunFlags = track.m_dwSeekTrunFlags;
-    track.m_dwBaseOffset = track.m_dwSeekBaseOffset;
-    track.m_dwTfhdDuration = track.m_dwSeekTfhdDuration;
-    track.m_dwTfhdSize = track.m_dwSeekTfhdSize;
-    ASSERT_EQ(ZMVStreamBuf_Seek(track.m_hStream, track.m_dwIndex, track.m_dwSeekPos), 0);
-  }
+  void Take(uint32_t slot = 0) { ASSERT_EQ(MP4FReaderStreamSeek(&Track(slot)), 1); }
 
   uint32_t end_ = 0;  // the code that ended ReadAll
 };

@@ -117,13 +117,11 @@ class SeekProperty : public SeekTest {
     made.tables = TablesOf(Track(0), made.plan);
     const uint32_t read_before = random.OneIn(3) ? random.Below(10) : 0;
     ASSERT_NO_FATAL_FAILURE(ReadSome(made.tables, file, read_before));
-    for (uint32_t time : Times(made.tables)) {
-      for (uint32_t mode = 1; mode <= 3; ++mode) {
-        SCOPED_TRACE("mode " + std::to_string(mode) + " time " + std::to_string(time));
-        ASSERT_NO_FATAL_FAILURE(CompareSearch(made.tables, mode, time));
-      }
-    }
     const std::vector<uint32_t> times = Times(made.tables);
+    for (const auto& [time, mode] : InAnyOrder(times, &random)) {
+      SCOPED_TRACE("mode " + std::to_string(mode) + " time " + std::to_string(time));
+      ASSERT_NO_FATAL_FAILURE(CompareSearch(made.tables, mode, time));
+    }
     for (int i = 0; i < 6; ++i) {
       const uint32_t time = times[random.Below(static_cast<uint32_t>(times.size()))];
       const uint32_t mode = 1 + random.Below(3);
@@ -142,6 +140,19 @@ class SeekProperty : public SeekTest {
     for (; missing_chunks > 1 && !offsets.empty(); --missing_chunks) offsets.pop_back();
     made->plan.offsets = offsets;
     return BuildMp4({made->plan});
+  }
+
+  // Every time in every mode. What a search leaves behind for later ones is met by searches behind it and before it.
+  static std::vector<std::pair<uint32_t, uint32_t>> InAnyOrder(const std::vector<uint32_t>& times, Random* random) {
+    std::vector<std::pair<uint32_t, uint32_t>> searches;
+    for (uint32_t time : times) {
+      for (uint32_t mode = 1; mode <= 3; ++mode) searches.push_back({time, mode});
+    }
+    if (random->OneIn(4)) return searches;
+    for (size_t i = searches.size(); i > 1; --i) {
+      std::swap(searches[i - 1], searches[random->Below(static_cast<uint32_t>(i))]);
+    }
+    return searches;
   }
 
   // All up to behind the end; in a long track those around every sample.

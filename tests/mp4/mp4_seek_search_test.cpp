@@ -1,6 +1,8 @@
 // The search on tables that a search by steps would take long for, and on tables that no writer would make.
 #include "mp4/mp4_seek_search.h"
 
+#include <chrono>
+
 #include "tests/mp4/seek_test.h"
 
 namespace zmv::test {
@@ -31,7 +33,8 @@ class SeekSearch : public SeekTest {
   }
   int32_t Find(uint32_t time, SeekMode mode) {
     EXPECT_EQ(MP4ReaderSetStblPos(reader_, &Track(0)), 0);
-    return mp4::reader::FindSample(*reader_, Track(0), time, mode, &found_time_);
+    mp4::reader::SyncTable syncs(*reader_, Track(0));
+    return mp4::reader::FindSample(*reader_, Track(0), syncs, time, mode, &found_time_);
   }
 
   uint32_t found_time_ = 0;
@@ -68,6 +71,31 @@ TEST_F(SeekSearch, TicksThatPassThirtyTwoBits_FallBackToSmallTimes) {
   // Never reached, not even in the runs behind: the search goes through them to the end of the track.
   ASSERT_EQ(Find(4294968, SeekMode::kForward), mp4::reader::kSeekFound);
   EXPECT_EQ(Track(0).m_dwSeekSample, kManySamples);
+}
+
+// Ticks that wrap with nearly every sample: counting them through to the one that reaches the time would take minutes
+// in the reader's own way.
+TEST_F(SeekSearch, TicksThatWrapAtEverySample_AreNotCountedThrough) {
+  constexpr uint32_t kScale = 0xFFFFFFFF;
+  DescribeMany(ManySamples(4000000000, kScale, {{0xFFFFFFFF, 0x80000001}}));
+  host_.record = false;
+  for (uint32_t time : {400u, 499u, 501u, 600u}) {
+    ASSERT_EQ(Find(time, SeekMode::kForward), mp4::reader::kSeekFound);
+    uint32_t expected = 0;
+    uint32_t dts = 0;
+    for (; static_cast<uint32_t>(static_cast<float>(dts) * 1000.0f / static_cast<float>(kScale)) < time; ++expected) {
+      dts += 0x80000001;
+    }
+    EXPECT_EQ(Track(0).m_dwSeekSample, expected) << time;
+    EXPECT_EQ(Track(0).m_dwSeekDts, dts) << time;
+  }
+  // Single precision gives 1000 for the last ticks, and nothing beyond.
+  const auto before = std::chrono::steady_clock::now();
+  for (uint32_t time : {999u, 1000u, 1001u, 5000u}) {
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(Find(time, SeekMode::kForward), mp4::reader::kSeekFound);
+  }
+  EXPECT_EQ(Track(0).m_dwSeekSample, 4000000000u);
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
 }
 
 TEST_F(SeekSearch, KeyFramesInOneRun_AreMetOneByOne) {
@@ -206,7 +234,8 @@ TEST_F(SeekSearch, SyncEntryBehindASample_IsTheFirstThatIsNotBelowIt) {
   for (const Expected& expected :
        {Expected{0, 1, 0}, {1, 1, 0}, {2, 31, 1}, {30, 31, 1}, {31, 31, 1}, {32, 61, 2}, {60, 61, 2}, {99, 61, 2}}) {
     Track(0).m_dwSeekSample = expected.sample;
-    ASSERT_EQ(mp4::reader::PlaceSyncEntry(*reader_, Track(0)), mp4::reader::kSeekFound);
+    mp4::reader::SyncTable syncs(*reader_, Track(0));
+    ASSERT_EQ(mp4::reader::PlaceSyncEntry(*reader_, Track(0), syncs), mp4::reader::kSeekFound);
     EXPECT_EQ(Track(0).m_dwSeekNextSync, expected.next_sync) << expected.sample;
     EXPECT_EQ(Track(0).m_dwSeekSyncEntry, expected.entry) << expected.sample;
   }

@@ -67,6 +67,60 @@ TEST_F(SeekTracks, LeaderMissing_TheFirstThereIsLeads) {
   EXPECT_THAT(Samples(), ElementsAre(30, -1, 0));
 }
 
+// ---- The modes of the followers, which key frames tell apart
+
+class SeekFollowers : public ReaderSeek {
+ protected:
+  // 33, 21 and 100 ms a frame.
+  void Open() {
+    TrackSpec audio = Audio();
+    audio.sync = {{1, 51, 80, 111}};
+    TrackSpec text = Subtitle();
+    text.sync = {{1, 12, 19, 26}};
+    ASSERT_EQ(Describe(BuildMp4({Video(), audio, text})), 0u);
+  }
+};
+
+TEST_F(SeekFollowers, ByTime_AudioGoesToTheNearestAndTextBackward) {
+  Open();
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 1600, uint8_t{0}), "1617");
+  EXPECT_THAT(Samples(), ElementsAre(49, 77, 11)) << "audio: 79 is nearer than 50";
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 1100, uint8_t{0}), "990");
+  EXPECT_THAT(Samples(), ElementsAre(30, 48, 0)) << "audio: 50 is nearer than 0";
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 2000, uint8_t{0}), "1980");
+  EXPECT_THAT(Samples(), ElementsAre(60, 95, 18)) << "audio: 110 is nearer than 79";
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 1700, uint8_t{0}), "1716");
+  EXPECT_THAT(Samples(), ElementsAre(52, 79, 11)) << "audio: 79 is nearer than 110";
+}
+
+TEST_F(SeekFollowers, ByTimeAudioLed_AllGoBackward) {
+  Open();
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 1630, uint8_t{1}), "1050");
+  EXPECT_THAT(Samples(), ElementsAre(30, 50, 0));
+  EXPECT_EQ(To(&MP4FReaderSeekByTime, 1900, uint8_t{1}), "1659");
+  EXPECT_THAT(Samples(), ElementsAre(30, 79, 11)) << "text: 18 is nearer";
+}
+
+TEST_F(SeekFollowers, ByKeyFrame_AllGoTheSameWay) {
+  Open();
+  EXPECT_EQ(To(&MP4FReaderSeekByKeyFrame, 2500, uint8_t{0}), "1980");
+  EXPECT_THAT(Samples(), ElementsAre(60, 79, 18)) << "backward";
+  EXPECT_EQ(To(&MP4FReaderSeekByKeyFrame, 1180, uint8_t{0}), "990");
+  EXPECT_THAT(Samples(), ElementsAre(30, 0, 0)) << "backward; audio 50 and text 11 are nearer";
+  EXPECT_EQ(To(&MP4FReaderSeekByKeyFrame, 1200, uint8_t{1}), "1221");
+  EXPECT_THAT(Samples(), ElementsAre(37, 59, 13)) << "forward; audio 50 and text 11 are nearer";
+}
+
+TEST_F(SeekFollowers, BySubtitle_AudioGoesToTheNearestAndVideoBackward) {
+  Open();
+  EXPECT_EQ(To(&MP4FReaderSeekBySubtitle, 1550, uint8_t{1}), "1600");
+  EXPECT_THAT(Samples(), ElementsAre(30, 77, 16)) << "audio: 79 is nearer than 50; video: 60 is nearer";
+  EXPECT_EQ(To(&MP4FReaderSeekBySubtitle, 1150, uint8_t{1}), "1200");
+  EXPECT_THAT(Samples(), ElementsAre(30, 50, 12)) << "audio: 50 is nearer than 79";
+  EXPECT_EQ(To(&MP4FReaderSeekBySubtitle, 1750, uint8_t{0}), "1100");
+  EXPECT_THAT(Samples(), ElementsAre(30, 50, 11)) << "text goes backward";
+}
+
 TEST_F(SeekTracks, NoTracks_IsNotDone) {
   ASSERT_EQ(Describe(BuildMp4({})), 0u);
   EXPECT_EQ(To(&MP4FReaderSeekByTime, 0, uint8_t{0}), "result 0");

@@ -113,7 +113,7 @@ class WriterTest : public ::testing::Test {
     text.dwRate = rate;
     return text;
   }
-  void Brand(const char* text) { std::strncpy(info.szSoftware, text, sizeof info.szSoftware); }
+  void Brand(const char* text) { std::string_view(text).copy(info.szSoftware, sizeof info.szSoftware); }
 
   void OpenStream() {
     struct {

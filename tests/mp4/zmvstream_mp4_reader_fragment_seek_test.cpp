@@ -52,7 +52,27 @@ TEST_F(FragmentSeek, TimeBehindTheFragments_IsNotFoundAndMovesNothing) {
   EXPECT_EQ(time, 401u);
   EXPECT_EQ(ZMVStreamBuf_Pos(stream_, before.m_Frag.m_dwCursor), cursor);
   EXPECT_EQ(Track(0).m_dwTrunLeft, before.m_dwTrunLeft);
-  EXPECT_EQ(Track(0).m_dwSeekPos, before.m_dwSeekPos);
+  Take();  // the place that was pending is the one that is read
+  EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]);
+}
+
+TEST_F(FragmentSeek, SearchOfTheFragmentsAlone_KeepsToTheSavedPositions) {
+  ASSERT_EQ(Describe(Plain()), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[0]);
+  const uint32_t cursor = ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor);
+  for (uint32_t target : {240u, 401u}) {
+    uint32_t time = target;
+    ASSERT_EQ(MP4ReaderSaveStblPos(reader_, &Track(0)), 0);
+    ASSERT_EQ(MP4ReaderSetStblPos(reader_, &Track(0)), 0);
+    const uint32_t found = MP4ReaderGetSeekPosFrag(reader_, &Track(0), &time, 2);
+    ASSERT_EQ(found, target == 240 ? 1u : 0u);
+    EXPECT_EQ(time, target);
+    if (found == 1) {
+      EXPECT_EQ(Track(0).m_dwSeekTrunIndex, 2u);
+      ASSERT_EQ(MP4ReaderLoadStblPos(reader_, &Track(0)), 0);
+    }
+    EXPECT_EQ(ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor), cursor);
+  }
   EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]);
 }
 
@@ -112,6 +132,34 @@ TEST_F(FragmentSeek, TfhdDefaults_GoWithTheFragment) {
   EXPECT_EQ(time, 110u);
   Take();
   EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(122, 6)));
+}
+
+// The truns behind the one that was found, in the same traf, have no tfhd of their own.
+TEST_F(FragmentSeek, BaseAndDefaults_StayInForceBehindThePlaceFound) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40, 6)});
+  const uint32_t base = file.Size();
+  file.Add({{.base = base, .runs = {{.flags = kDataOffset, .samples = Samples(200, {6})}}}});
+  file.Add({{.flags = kBaseOffset | kDefaultDuration | kDefaultSize,
+             .duration = 10,
+             .size = 3,
+             .base = base,
+             .runs = {{.flags = kDataOffset, .samples = Samples(1, {3, 3, 3})},
+                      {.flags = kDataOffset, .samples = Samples(60, {3, 3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  ASSERT_EQ(Read(ZMV_MEDIA_VIDEO).data, Unit(200, 6));  // the base is known now
+  for (int turn = 0; turn < 2; ++turn) {
+    uint32_t time = 45;
+    ASSERT_EQ(Search(&time), 1u);
+    EXPECT_EQ(time, 50u);
+    Take();
+    const std::vector<ReadResult> frames = ReadAll(ZMV_MEDIA_VIDEO);
+    ASSERT_EQ(frames.size(), 4u) << turn;
+    const ByteVector payloads[] = {Unit(17, 3), Unit(33, 3), Unit(60, 3), Unit(76, 3)};
+    for (size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(frames[i].data, payloads[i]) << i;
+      EXPECT_EQ(frames[i].frame.llTimeStamp, 50 + 10 * i);
+    }
+  }
 }
 
 TEST_F(FragmentSeek, AfterTheSamplesOfMoov_TimesGoOn) {
@@ -196,6 +244,20 @@ TEST_F(FragmentSeek, BaseOfTheFragmentBeingRead_IsTheOneThatCounts) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), kBaseRemark), 0);
 }
 
+TEST_F(FragmentSeek, BaseThatASeekCameTo_IsInForceForTheNext) {
+  FragmentFile file({VideoTrack()}, {Trex(1, 40)});
+  const uint32_t base = file.Size();
+  for (uint8_t i = 0; i < 2; ++i) file.Add({{.base = base, .runs = {{.samples = Samples(i, {3, 3})}}}});
+  ASSERT_EQ(Describe(file), 0u);
+  for (uint32_t place : {file.Size() - 3 - base, file.Size() - 3}) {
+    uint32_t time = 120;
+    ASSERT_EQ(Search(&time), 1u);
+    EXPECT_EQ(Track(0).m_dwSeekPos, place);
+    Take();
+  }
+  EXPECT_THAT(ReadPayloads(ZMV_MEDIA_VIDEO), ElementsAre(Unit(17, 3)));
+}
+
 TEST_F(FragmentSeek, BaseThatIsNotYetInForce_IsRemarkedOn) {
   FragmentFile file({VideoTrack()}, {Trex(1, 40)});
   const uint32_t base = file.Size();
@@ -238,7 +300,10 @@ TEST_F(FragmentSeek, ReadThatFails_GivesTheLowByteAndMovesNothing) {
     EXPECT_EQ(found, 0x12u) << n;
     EXPECT_EQ(time, 399u);
     EXPECT_EQ(ZMVStreamBuf_Pos(stream_, Track(0).m_Frag.m_dwCursor), cursor);
+    Take();  // a caller that takes the failure for done
+    EXPECT_EQ(Track(0).m_dwTrunIndex, 1u) << n;
     EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).data, All(0)[1]) << n;
+    EXPECT_EQ(Read(ZMV_MEDIA_VIDEO).frame.llTimeStamp, 80u) << n;
   }
 }
 

@@ -1,5 +1,6 @@
 #include "recover/recover_front.h"
 
+#include "recover/recover_probe.h"
 #include "tests/recover/recover_test.h"
 
 namespace zmv::test {
@@ -176,6 +177,13 @@ TEST_F(FrontTest, DescriptionsBehindTheDamage_GoToTheLastStreams) {
   EXPECT_EQ(settled.info.dwTextCount, 1u);
   EXPECT_TRUE(settled.described_text[0]);
   EXPECT_EQ(settled.info.m_dwFileType, 1u);
+
+  StoredFile stored(file);
+  recover::Finding finding;
+  ASSERT_EQ(recover::ProbeFile(stored, ZMVRecoverParam{}, finding), 0);
+  std::vector<int> described;
+  for (uint32_t i = 0; i < finding.report.dwStreamCount; ++i) described.push_back(finding.report.Stream[i].bDescribed);
+  EXPECT_THAT(described, ::testing::ElementsAre(0, 0, 1, 0, 1)) << "three videos, audio, text";
 }
 
 TEST_F(FrontTest, FilesOfOthers_AreForeign) {

@@ -111,7 +111,7 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
 
 TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {
   const Mixed mixed(2);
-  const size_t from = SIZE_MAX & (mixed.frames[30].position + kSector) / kSector * kSector;
+  const size_t from = (mixed.frames[30].position + kSector) / kSector * kSector;
   const size_t to = from + 4 * kSector;
   ByteVector bytes = mixed.file;
   std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0xEE);
