@@ -282,6 +282,17 @@ TEST_F(CliRecover, LostFront_IsDescribedByAnotherRecording) {
     back[i].time = stored[i].time;
     EXPECT_EQ(back[i], stored[i]) << i;
   }
+  // A recording without text tells nothing of the text.
+  {
+    Console console;
+    RecorderOptions options;
+    options.path = folder_ / "mute.mp4";
+    Recorder recorder(options, SmallInfo("test", 0), {33333, kSmallAudioFrameUs}, console);
+    recorder.Write(SmallPicture(0));
+    recorder.Finish();
+  }
+  const CliResult partly = Recover({folder_ / "front.mp4", "-o", folder_ / "y.mp4", "--like", folder_ / "mute.mp4"});
+  EXPECT_THAT(partly.err, HasSubstr("description is lost of: text 0;"));
   WriteText(folder_ / "garbage", std::string(5000, 'g'));
   EXPECT_EQ(Recover({folder_ / "front.mp4", "-o", folder_ / "x.mp4", "--like", folder_ / "garbage"}).code, 3);
 }

@@ -40,9 +40,8 @@ class Recover {
     if (arguments_.in_place && arguments_.force) throw ToolError("--force goes with -o", kExitUsage);
     RequireInput();
     if (!arguments_.in_place) RequireOutput();
-    auto description = std::make_unique<ZMVFileInfo>();
-    if (!arguments_.like.empty()) TakeDescription(*description);
-    Restore(arguments_.like.empty() ? nullptr : description.get());
+    if (!arguments_.like.empty()) TakeDescription();
+    Restore();
     Report();
   }
 
@@ -72,18 +71,19 @@ class Recover {
     }
   }
 
-  void TakeDescription(ZMVFileInfo& description) {
-    const ZMVRecoverReport like = ProbeRecording(arguments_.like, session_.console, &description);
+  void TakeDescription() {
+    description_ = std::make_unique<ZMVFileInfo>();
+    const ZMVRecoverReport like = ProbeRecording(arguments_.like, session_.console, description_.get());
     if (like.dwState == ZMV_RECOVER_FOREIGN) {
       throw ToolError(arguments_.like + ": is not a recording of this library", kExitNotRecording);
     }
   }
 
-  void Restore(const ZMVFileInfo* description) {
+  void Restore() {
     ZMVRecoverParam param{};
     param.pszPath = arguments_.input.c_str();
     param.pszTarget = target_.c_str();
-    param.pDescription = description;
+    param.pDescription = description_.get();
     param.dwUserData = UserData(arguments_.user_boxes);
     param.pfnProgress = &ShowProgress;
     param.pContext = &session_.console;
@@ -93,7 +93,6 @@ class Recover {
       result = arguments_.in_place ? ZMVRecoverInPlace(&param, &report_) : ZMVRecoverToFile(&param, &report_);
     }
     session_.console.EndProgress();
-    described_by_other_ = description != nullptr;
     if (result < 0) Fail(result);
     if (report_.dwFrames == 0) FailWithoutFrames();
     if (!arguments_.in_place && target_ != arguments_.output) Replace();
@@ -129,6 +128,13 @@ class Recover {
     throw ToolError(arguments_.output + ": cannot be replaced: " + why);
   }
 
+  bool DescribedByOther(const ZMVRecoverStream& stream) const {
+    if (description_ == nullptr) return false;
+    if (stream.dwMediaType == ZMV_MEDIA_VIDEO) return stream.dwTrack < description_->dwVideoCount;
+    return stream.dwTrack <
+           (stream.dwMediaType == ZMV_MEDIA_AUDIO ? description_->dwAudioCount : description_->dwTextCount);
+  }
+
   void Report() {
     Console& console = session_.console;
     const std::string& result = arguments_.in_place ? arguments_.input : arguments_.output;
@@ -139,8 +145,8 @@ class Recover {
     }
     console.Note(
         fmt::format("{}: {} {}", result, whole && arguments_.in_place ? "holds" : "recovered", FramesText(report_)));
-    if (described_by_other_) {
-      for (uint32_t i = 0; i < report_.dwStreamCount; ++i) report_.Stream[i].bDescribed = 1;
+    for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
+      if (DescribedByOther(report_.Stream[i])) report_.Stream[i].bDescribed = 1;
     }
     for (const std::string& text : LossTexts(report_)) console.Warning(text);
     for (const std::string& text : RemarkTexts(report_)) console.Note(text);
@@ -155,7 +161,7 @@ class Recover {
   Session& session_;
   std::string target_;
   ZMVRecoverReport report_{};
-  bool described_by_other_ = false;
+  std::unique_ptr<ZMVFileInfo> description_;  // of the other recording
 };
 
 }  // namespace
