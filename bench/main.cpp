@@ -18,15 +18,11 @@ struct Group {
 
 // In the order of the table. Instructions take minutes, so they are measured on request.
 constexpr Group kGroups[] = {
-    {"write", &zmv::bench::MeasureWriting},
-    {"read", &zmv::bench::MeasureReading},
-    {"open", &zmv::bench::MeasureOpening},
-    {"close", &zmv::bench::MeasureClosing},
-    {"seek", &zmv::bench::MeasureSeeking},
-    {"memory", &zmv::bench::MeasureMemory},
-    {"calls", &zmv::bench::MeasureSystemCalls},
-    {"library", &zmv::bench::MeasureLibrary},
-    {"instructions", &zmv::bench::MeasureInstructions},
+    {"write", &zmv::bench::MeasureWriting},   {"read", &zmv::bench::MeasureReading},
+    {"open", &zmv::bench::MeasureOpening},    {"close", &zmv::bench::MeasureClosing},
+    {"seek", &zmv::bench::MeasureSeeking},    {"recover", &zmv::bench::MeasureRecovering},
+    {"memory", &zmv::bench::MeasureMemory},   {"calls", &zmv::bench::MeasureSystemCalls},
+    {"library", &zmv::bench::MeasureLibrary}, {"instructions", &zmv::bench::MeasureInstructions},
 };
 constexpr const char* kOnRequest = "instructions";
 
@@ -79,7 +75,8 @@ int main(int count, char** arguments) {
   app.add_flag("--quick", options.quick, "Shorter recordings");
   app.add_flag("--smoke", options.smoke, "Runs everything once on very short recordings; figures mean nothing");
   app.add_flag("--instructions", options.instructions, "Counts instructions per frame, too (needs valgrind)");
-  app.add_option("--only", options.only, "Groups: write read open close seek memory calls library instructions");
+  app.add_option("--only", options.only,
+                 "Groups: write read open close seek recover memory calls library instructions");
   app.add_option("--turns", options.turns, "Runs of every contender");
   app.add_option("--scratch", options.scratch, "Directory for recordings (/dev/shm)");
   app.add_option("--json", options.json, "Writes the rows to this file, too");

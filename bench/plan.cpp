@@ -29,7 +29,9 @@ const std::vector<MeasuredContainer>& AllContainers() {
         .seek = Mark{1.0, 0.35},
         .seek_growth = Mark{4.2, 1.5},
         .write_memory = Mark{64, 0},
-        .read_memory = Mark{64, 0}}},
+        .read_memory = Mark{64, 0},
+        .recover = Mark{1.5, {}},
+        .recover_memory = Mark{64, 0}}},
       // Its index is kept in memory, 16 bytes a frame, while it is written and while it is read. While it is written it
       // grows by 1000 frames at a time.
       {&kAvi,
@@ -60,13 +62,14 @@ Plan QuickPlan() {
   plan.turns = 5;
   plan.tiny = 10;
   plan.camera = 2;
+  plan.recover = 10;
   return plan;
 }
 
 Plan SmokePlan() {
   Plan plan;
   plan.turns = 1;
-  plan.tiny = plan.camera = plan.brief = plan.few = 1;
+  plan.tiny = plan.camera = plan.recover = plan.brief = plan.few = 1;
   plan.hour = plan.longest = plan.more = 2;
   return plan;
 }

@@ -27,7 +27,9 @@ struct ContainerMarks {
   std::optional<Mark> read_memory = {};             // KiB, likewise
   std::optional<Mark> write_memory_per_frame = {};  // bytes, that growth by the frame
   std::optional<Mark> read_memory_per_frame = {};
-  Mark write_allocations = {0, {}};  // per frame
+  std::optional<Mark> recover = {};         // against a plain copy of the file; containers without one are left out
+  std::optional<Mark> recover_memory = {};  // KiB, growth from the short recording to one hour
+  Mark write_allocations = {0, {}};         // per frame
 };
 
 struct MeasuredContainer {
@@ -38,10 +40,11 @@ struct MeasuredContainer {
 // Durations in minutes.
 struct Plan {
   uint32_t turns = 7;
-  uint32_t tiny = 60;    // writing and reading tiny frames
-  uint32_t camera = 10;  // writing and reading camera frames
-  uint32_t brief = 10;   // the short recording that a long one is compared with
-  uint32_t hour = 60;    // opening and seeking, against libavformat
+  uint32_t tiny = 60;     // writing and reading tiny frames
+  uint32_t camera = 10;   // writing and reading camera frames
+  uint32_t brief = 10;    // the short recording that a long one is compared with
+  uint32_t hour = 60;     // opening and seeking, against libavformat
+  uint32_t recover = 60;  // recovering camera frames
   uint32_t longest = 240;
   uint32_t few = 6;  // instructions: the difference of two runs
   uint32_t more = 12;
@@ -66,6 +69,7 @@ void MeasureReading(const Plan& plan, Report& report);
 void MeasureOpening(const Plan& plan, Report& report);
 void MeasureClosing(const Plan& plan, Report& report);
 void MeasureSeeking(const Plan& plan, Report& report);
+void MeasureRecovering(const Plan& plan, Report& report);
 void MeasureMemory(const Plan& plan, Report& report);
 void MeasureSystemCalls(const Plan& plan, Report& report);
 void MeasureInstructions(const Plan& plan, Report& report);

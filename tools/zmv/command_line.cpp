@@ -65,6 +65,7 @@ int RunCommandLine(int argc, char** argv) {
   AddFrames(app, session);
   AddExport(app, session);
   AddRemux(app, session);
+  AddRecover(app, session);
   AddTelemetry(app, session);
   AddAidd(app, session);
   try {

@@ -31,6 +31,7 @@ void AddFrames(CLI::App& app, Session& session);
 void AddExport(CLI::App& app, Session& session);
 void AddRemux(CLI::App& app, Session& session);
 void AddTelemetry(CLI::App& app, Session& session);
+void AddRecover(CLI::App& app, Session& session);
 void AddAidd(CLI::App& app, Session& session);
 
 }  // namespace zmv::tool

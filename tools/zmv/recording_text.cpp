@@ -46,6 +46,12 @@ std::string FormText(const Json& info) {
   return info["index"].is_string() ? "index " + Text(info["index"]) : std::string("no index");
 }
 
+void AppendRecovery(const Json& info, std::string& out) {
+  if (!info.contains("recovery")) return;
+  out += "\nRecovery\n";
+  for (const Json& message : info["recovery"]["messages"]) out += fmt::format("  {}\n", Text(message));
+}
+
 void AppendStreams(const Json& info, std::string& out) {
   if (info["streams"].empty()) return;
   out += "\nStreams\n";
@@ -114,6 +120,7 @@ std::string RecordingText(const Json& info) {
     out += fmt::format("  written by {}\n", Text(info["software"]));
   }
   if (info["build"].is_string()) out += fmt::format("  written by a library of {}\n", Text(info["build"]));
+  AppendRecovery(info, out);
   AppendStreams(info, out);
   AppendUser(info, out);
   AppendFront(info, out);

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include "base/zmv_result.h"
+#include "recover/zmvrecover.h"
 
 namespace zmv::tool {
 namespace {
@@ -26,6 +27,7 @@ constexpr ResultRow kResultRows[] = {
     {ZMV_E_MP4_BUFFER, "a frame is larger than its buffer"},
     {ZMV_E_AVI_BUFFER, "a frame is larger than its buffer"},
     {ZMV_E_END, "the end of the stream is reached, or a frame is cut off"},
+    {ZMV_E_CANCELLED, "it was stopped"},
 };
 
 }  // namespace
