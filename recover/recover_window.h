@@ -16,10 +16,22 @@ class Window {
 
   // `count` bytes of the file, valid until the next call; null when the file has no such bytes or cannot be read there,
   // and then Error() tells which: 0 = beyond the end.
-  const uint8_t* At(uint64_t position, uint32_t count);
+  const uint8_t* At(uint64_t position, uint32_t count) {
+    const uint8_t* held = Held(position, count);
+    return held != nullptr ? held : Fill(position, count);
+  }
+  // The same bytes when they are in memory already, else null. Moves nothing: what At returned stays valid.
+  const uint8_t* Held(uint64_t position, uint32_t count) const {
+    if (position < start_ || position - start_ > filled_ || count > filled_ - (position - start_)) return nullptr;
+    return memory_.Get() + (position - start_);
+  }
   int32_t Error() const { return error_; }
+  File& file() const { return file_; }
 
  private:
+  const uint8_t* Fill(uint64_t position, uint32_t count);
+  bool Enlarge(uint64_t capacity);
+
   File& file_;
   HostMemory<uint8_t> memory_;
   uint32_t capacity_ = 0;

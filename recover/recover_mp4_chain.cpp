@@ -1,0 +1,204 @@
+#include "recover/recover_mp4_chain.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "base/byte_order.h"
+#include "base/fourcc.h"
+
+namespace zmv::recover {
+namespace {
+
+constexpr uint32_t kLengthSize = 4;
+constexpr uint32_t kTypeOffset = 4;  // of a box
+// Between a record and its payload its track's chunk offsets can be spilled, and the chunk table of another.
+constexpr uint32_t kMaxTablesBetween = 4;
+
+bool AllZero(const uint8_t* bytes, uint32_t count) {
+  return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
+}
+
+// The boxes that closing writes behind the media data.
+constexpr uint32_t kClosingBoxes[] = {FourCC("GPSR"), FourCC("SENS"), FourCC("AIDD"), FourCC("moov"), FourCC("free")};
+
+bool IsClosingBox(const uint8_t* bytes, uint32_t size) {
+  if (size < mp4::kBoxHeaderSize || LoadBE32(bytes) < mp4::kBoxHeaderSize) return false;
+  return std::find(std::begin(kClosingBoxes), std::end(kClosingBoxes), LoadLE32(bytes + 4)) != std::end(kClosingBoxes);
+}
+
+// What stands there when the header of such a box could not be written but what follows it could: the first entry of
+// GPSR, of this recording or the last one of another, the first box in moov, or zeros in place of all of AIDD in front
+// of moov.
+bool IsBehindClosingHeader(const uint8_t* bytes, uint32_t size) {
+  constexpr uint32_t kAiddSize = 12;
+  if (size < mp4::kBoxHeaderSize) return false;
+  if (bytes[kTypeOffset - 1] == 0 && LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize) return true;
+  if (LoadLE32(bytes + kTypeOffset) == FourCC("mvhd")) return true;
+  return size > kAiddSize && AllZero(bytes, kAiddSize) && IsClosingBox(bytes + kAiddSize, size - kAiddSize);
+}
+
+// True when the header of such a box can begin with these bytes: none is as large as a size whose first byte is not 0.
+bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
+  if (count == 0 || bytes[0] != 0 || AllZero(bytes, std::min(count, kTypeOffset))) return false;
+  if (count <= kTypeOffset) return true;
+  const uint32_t letters = std::min(count, mp4::kBoxHeaderSize) - kTypeOffset;
+  return std::any_of(std::begin(kClosingBoxes), std::end(kClosingBoxes),
+                     [&](uint32_t type) { return std::memcmp(bytes + kTypeOffset, &type, letters) == 0; });
+}
+
+}  // namespace
+
+int32_t Chain::Open(const Front& front) {
+  file_end_ = window_.file().Size();
+  const ZMVFileInfo& info = front.info;
+  if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
+  for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
+    // The numbers of descriptions behind a damaged stretch are not certain.
+    length_known_[i] = front.described_video[i] && (front.sound || i + front.late_video < info.dwVideoCount);
+    length_[i] = length_known_[i] && BeginsWithLength(info.m_Video[i].dwFourCC);
+  }
+  compressed_audio_ = front.described_audio && IsCompressedAudio(info.m_Audio.dwFormat);
+  return FindWrittenEnd();
+}
+
+int32_t Chain::FindWrittenEnd() {
+  constexpr uint32_t kFirstStep = 4096;
+  constexpr uint32_t kStep = 128 * 1024;
+  uint64_t end = file_end_;
+  uint32_t step = kFirstStep;
+  while (end != 0) {
+    const uint32_t count = static_cast<uint32_t>(std::min<uint64_t>(step, end));
+    const uint8_t* bytes = window_.At(end - count, count);
+    if (bytes == nullptr) return window_.Error();
+    uint32_t left = count;
+    while (left != 0 && bytes[left - 1] == 0) --left;
+    if (left != 0) {
+      written_end_ = end - count + left;
+      return 0;
+    }
+    end -= count;
+    step = kStep;
+  }
+  written_end_ = 0;
+  return 0;
+}
+
+Chain::View Chain::Look(uint64_t position, uint32_t count) {
+  if (position >= file_end_) return {bytes_, 0};
+  count = static_cast<uint32_t>(std::min<uint64_t>(count, file_end_ - position));
+  if (const uint8_t* held = window_.Held(position, count); held != nullptr) return {held, count};
+  const int64_t got = window_.file().ReadAt(position, bytes_, count);
+  if (got >= 0) return {bytes_, static_cast<uint32_t>(std::min<int64_t>(got, count))};
+  if (error_ == 0) error_ = static_cast<int32_t>(got);
+  return {bytes_, 0};
+}
+
+Place Chain::At(uint64_t position) {
+  Place place;
+  if (position >= written_end_) {
+    place.item = Item::kEnd;
+    return place;
+  }
+  const View view = Look(position, kRecordSize);
+  const uint64_t rest = file_end_ - position;
+  if (view.size == kRecordSize && ParseRecord(view.bytes, limits_, place.record)) {
+    // Of a record without a payload at the end nothing tells that the zeros of its size were written.
+    const bool unwritten = place.record.size == 0 && position + kRecordSize > written_end_ && rest != kRecordSize;
+    place.item = unwritten || place.record.size > rest - kRecordSize ? Item::kRecordBeyond : Item::kRecord;
+  } else if (view.size >= kTableHeaderSize && ParseTableHeader(view.bytes, place.table)) {
+    place.item = place.table > rest - kTableHeaderSize ? Item::kTableBeyond : Item::kTable;
+  } else if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) {
+    place.item = Item::kBox;
+  } else {
+    // A header that is cut off, by the end of the file or by zeros that were never written over.
+    const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end_ - position));
+    if (written < kRecordSize && BeginsRecord(view.bytes, written, limits_)) place.item = Item::kRecordBeyond;
+    if (written < kTableHeaderSize && BeginsTable(view.bytes, written)) place.item = Item::kTableBeyond;
+  }
+  return place;
+}
+
+Prefix Chain::CheckPrefix(const Record& record, uint64_t payload) {
+  if (record.media != ZMV_MEDIA_VIDEO || record.size < kLengthSize) return Prefix::kNone;
+  const bool known = length_known_[record.track];
+  if (known && !length_[record.track]) return Prefix::kNone;
+  const View view = Look(payload, kLengthSize);
+  if (view.size == kLengthSize && LoadBE32(view.bytes) == record.size - kLengthSize) return Prefix::kRight;
+  return known ? Prefix::kWrong : Prefix::kNone;
+}
+
+Reading Chain::At(const Record& record, uint64_t payload) {
+  Reading reading;
+  reading.payload = payload;
+  reading.end = payload + record.size;
+  if (reading.end > file_end_) return reading;
+  reading.possible = true;
+  reading.behind = At(reading.end);
+  reading.prefix = CheckPrefix(record, payload);
+  return reading;
+}
+
+// True when a table that was cut off can stand here, so that it cannot be told from the payload.
+bool Chain::MayBeTable(uint64_t position) {
+  const Item item = At(position).item;
+  return item == Item::kTable || item == Item::kTableBeyond;
+}
+
+Reading Chain::Read(const Record& record, uint64_t position) {
+  uint64_t payload = position + kRecordSize;
+  Reading reading = At(record, payload);
+  if (!MayBeTable(payload) || reading.prefix == Prefix::kRight) return reading;
+  // Either tables lie between, or the payload begins as they do: what stands behind it tells.
+  Reading best = {};
+  for (uint32_t i = 0; i < kMaxTablesBetween; ++i) {
+    const Place place = At(payload);
+    if (place.item != Item::kTable) break;
+    payload += kTableHeaderSize + uint64_t{place.table};
+    const Reading behind = At(record, payload);
+    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.possible)) {
+      best = behind;
+    }
+  }
+  if (best.possible && best.behind.Chained()) return best;
+  // A payload that looks like a table is believed when something certain follows it, not when the file ends there.
+  const Item item = reading.behind.item;
+  const bool certain = item == Item::kRecord || item == Item::kTable || item == Item::kBox;
+  if (reading.possible && reading.prefix != Prefix::kWrong && certain) return reading;
+  return best;
+}
+
+bool Chain::BeginsItem(uint64_t position) {
+  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  const auto begins = [&](uint32_t count) {
+    return BeginsRecord(rest.bytes, count, limits_) || BeginsTable(rest.bytes, count) ||
+           BeginsClosingBox(rest.bytes, count);
+  };
+  if (begins(rest.size)) return true;
+  // What was put down of the sector may end within the header: zeros take the place of the rest.
+  uint32_t written = rest.size;
+  while (written != 0 && rest.bytes[written - 1] == 0) --written;
+  return written != rest.size && begins(written);
+}
+
+bool Chain::BeginsTableAt(uint64_t position) {
+  const auto rest = static_cast<uint32_t>(SectorEnd(position) - position);
+  const View view = Look(position, std::min(rest, kTableHeaderSize));
+  return BeginsTable(view.bytes, view.size);
+}
+
+bool Chain::RestIsZero(uint64_t position) {
+  const View view = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  return AllZero(view.bytes, view.size);
+}
+
+bool Chain::IsZero(uint64_t position) {
+  const View view = Look(position, 1);
+  return AllZero(view.bytes, view.size);
+}
+
+bool Chain::Compressed(const Record& record) const {
+  return record.media == ZMV_MEDIA_VIDEO || (record.media == ZMV_MEDIA_AUDIO && compressed_audio_);
+}
+
+}  // namespace zmv::recover

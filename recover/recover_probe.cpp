@@ -1,0 +1,67 @@
+#include "recover/recover_probe.h"
+
+#include "base/host_memory.h"
+#include "recover/recover_module.h"
+#include "recover/recover_mp4_scan.h"
+#include "recover/recover_mp4_tables.h"
+
+namespace zmv::recover {
+namespace {
+
+// One row for each container. The last one takes what is left.
+constexpr Container kContainers[] = {
+    {.Recognise = [](File&) { return true; }, .Probe = &ProbeMp4},
+};
+
+bool WantsUserData(const ZMVRecoverParam& param, const ZMVRecoverReport& report) {
+  if (param.dwUserData == ZMV_RECOVER_USER_DATA_NEVER) return false;
+  if (param.dwUserData != ZMV_RECOVER_USER_DATA_ALWAYS) return report.bUserData != 0;
+  for (uint32_t i = 0; i < report.dwStreamCount; ++i) {
+    if (report.Stream[i].dwMediaType == ZMV_MEDIA_TEXT) return true;
+  }
+  return false;
+}
+
+int32_t ScanAndCompare(Mp4Scan& scan, Mp4Tables& tables) {
+  FoundFrame frame;
+  while (scan.Next(frame)) {
+    if (const int32_t result = tables.Check(frame); Failed(result)) return result;
+  }
+  return Failed(scan.Result()) ? scan.Result() : tables.Finish(scan.ItemsEnd());
+}
+
+}  // namespace
+
+const Container& ContainerOf(File& file) {
+  const Container* container = kContainers;
+  while (!container->Recognise(file)) ++container;
+  return *container;
+}
+
+int32_t ProbeFile(File& file, const ZMVRecoverParam& param, Finding& finding) {
+  finding = {};
+  return ContainerOf(file).Probe(file, param, finding);
+}
+
+int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {
+  Progress progress(param, file.Size());
+  Mp4Scan scan(file, &progress);
+  Mp4Tables tables(file);
+  int32_t result = scan.Open();
+  finding.report = scan.Report();
+  if (result == Result(ZMV_E_UNSUPPORTED_FORMAT)) return 0;
+  if (!Failed(result)) result = tables.Open(scan.front());
+  if (!Failed(result)) result = ScanAndCompare(scan, tables);
+  if (Failed(result)) return result;
+
+  finding.report = scan.Report();
+  finding.complete = tables.Agree();
+  if (finding.report.dwState == ZMV_RECOVER_WHOLE && !finding.complete) finding.report.dwState = ZMV_RECOVER_CUT;
+  Front front = scan.front();
+  SettleDescriptions(finding.report, param.pDescription, front);
+  finding.info = front.info;
+  finding.report.bUserData = WantsUserData(param, finding.report) ? 1 : 0;
+  return progress.Finished() ? 0 : Result(ZMV_E_CANCELLED);
+}
+
+}  // namespace zmv::recover

@@ -1,0 +1,34 @@
+// What a file is, for the containers whose recordings can be recovered.
+#ifndef ZMV_RECOVER_PROBE_H
+#define ZMV_RECOVER_PROBE_H
+
+#include "recover/recover_file.h"
+#include "recover/zmvrecover.h"
+
+namespace zmv::recover {
+
+struct Finding {
+  ZMVRecoverReport report;
+  ZMVFileInfo info;  // the streams as they will be described
+  bool complete;     // closed, and its tables agree with the frames that were found, whatever is missing between them
+};
+
+// A container.
+struct Container {
+  // By its first bytes.
+  bool (*Recognise)(File& file);
+  // 0 also for a foreign file; else as ZMVRecoverProbe.
+  int32_t (*Probe)(File& file, const ZMVRecoverParam& param, Finding& finding);
+};
+
+// The container of a file: what no other recognises may be an MP4 recording whose front is damaged.
+const Container& ContainerOf(File& file);
+
+int32_t ProbeFile(File& file, const ZMVRecoverParam& param, Finding& finding);
+
+// An MP4 recording, through one pass over the file.
+int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding);
+
+}  // namespace zmv::recover
+
+#endif

@@ -1,0 +1,44 @@
+// The streams of a recording while its frames are found: their times, their counts, and what holes do to them.
+#ifndef ZMV_RECOVER_STREAMS_H
+#define ZMV_RECOVER_STREAMS_H
+
+#include <cstdint>
+
+#include "recover/recover_front.h"
+#include "recover/recover_records.h"
+#include "recover/recover_scan.h"
+
+namespace zmv::recover {
+
+class Streams {
+ public:
+  // Lists the streams of the front in the report: those of a medium by their numbers, video before audio before text.
+  void Open(const Front& front, ZMVRecoverReport& report);
+
+  // Frames may be missing from here on: of every stream, or of one.
+  void Interrupt();
+  void Interrupt(const Record& record);
+
+  // Fills in what the streams know of a frame (all but its place and its bytes) and counts it.
+  void Accept(const Record& record, FoundFrame& frame, ZMVRecoverReport& report);
+
+ private:
+  struct Stream {
+    uint32_t frames = 0;
+    uint64_t last_time = 0;
+    bool interrupted = false;
+    bool late = false;  // frames in front of its first one are missing
+  };
+  static uint32_t Number(const Record& record);
+  uint64_t Time(const Record& record, const Stream& stream) const;
+  ZMVRecoverStream& Entry(const Record& record, ZMVRecoverReport& report) const;
+
+  Stream streams_[ZMV_RECOVER_MAX_STREAMS];
+  bool any_ = false;
+  uint64_t first_time_ = 0;
+  uint64_t last_time_ = 0;  // of the frame found last, whatever its stream
+};
+
+}  // namespace zmv::recover
+
+#endif

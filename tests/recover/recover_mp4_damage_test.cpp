@@ -1,0 +1,176 @@
+// Damaged recordings: a lost sector loses the frames it touches, and nothing wrong is delivered.
+#include "tests/recover/recover_test.h"
+
+namespace zmv::test {
+namespace {
+
+using ::testing::Contains;
+
+constexpr size_t kSector = 512;
+
+class Mp4Damage : public RecoverTest {};
+
+// From its record to the end of its payload: tables that were spilled between the two are a part of it, since a lost
+// header of theirs leaves no way to the payload.
+bool Touches(const StoredFrame& frame, size_t from, size_t to) { return frame.position < to && frame.End() > from; }
+
+// What a damaged frame may still say: exactly its record.
+bool SameRecord(const StoredFrame& one, const StoredFrame& other) {
+  StoredFrame same = one;
+  same.bytes = other.bytes;
+  return one.bytes.size() == other.bytes.size() && same == other;
+}
+
+enum class Allow { kNothing, kUncompressed, kAnyMedium };
+
+// Every untouched frame in order, and of the touched ones only those that cannot be told from sound ones.
+void ExpectLosesOnlyTouched(const Found& found, const std::vector<StoredFrame>& frames, size_t from, size_t to,
+                            Allow allow) {
+  ASSERT_EQ(found.result, 0);
+  size_t next = 0;
+  for (const StoredFrame& frame : frames) {
+    const bool here = next < found.frames.size() && found.frames[next].position == frame.position;
+    if (!Touches(frame, from, to)) {
+      ASSERT_TRUE(here) << "damage at " << from << " loses " << frame;
+      ASSERT_EQ(found.frames[next], frame) << "damage at " << from;
+    } else if (here) {
+      const bool told = allow == Allow::kAnyMedium || (allow == Allow::kUncompressed && frame.media == ZMV_MEDIA_TEXT);
+      ASSERT_TRUE(told && SameRecord(found.frames[next], frame)) << "damage at " << from << ", " << found.frames[next];
+    }
+    if (here) ++next;
+  }
+  ASSERT_EQ(next, found.frames.size()) << "damage at " << from << " invents " << found.frames[next];
+}
+
+// Frames of up to a few sectors, many of them small.
+struct Mixed {
+  ByteVector file;
+  std::vector<StoredFrame> frames;
+
+  explicit Mixed(uint32_t seed, uint32_t rounds = 30) {
+    FrameLog log(SmallInfo(), 1);
+    Noise noise(seed);
+    for (uint32_t i = 0; i < rounds; ++i) {
+      const uint64_t time = 1000 * i;
+      log.Write(ZMV_MEDIA_VIDEO, noise.Video(4 + noise.Number(i % 4 == 0 ? 4000 : 300)), time, 1000000, i % 4 == 0);
+      log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(1 + noise.Number(300)), time, 1000);
+      log.Write(ZMV_MEDIA_TEXT, noise.Text(92 + noise.Number(20)), time, 1000);
+    }
+    file = log.Finish();
+    frames = log.frames();
+  }
+  size_t DataStart() const { return frames.front().position; }
+};
+
+TEST_F(Mp4Damage, AnySectorOfZeros_LosesOnlyTheFramesItTouches) {
+  for (uint32_t seed = 1; seed <= 60; ++seed) {
+    const Mixed mixed(seed);
+    for (size_t from = mixed.DataStart() / kSector * kSector; from < mixed.file.size(); from += kSector) {
+      const size_t to = std::min(from + kSector, mixed.file.size());
+      ByteVector bytes = mixed.file;
+      std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0);
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, from, to, Allow::kUncompressed);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_F(Mp4Damage, AnySectorOfNoise_LosesOnlyTheFramesItTouches) {
+  for (uint32_t seed = 1; seed <= 400; ++seed) {
+    const Mixed mixed(seed % 100 + 1);
+    Noise noise(1000 + seed);
+    for (size_t from = mixed.DataStart() / kSector * kSector; from < mixed.file.size(); from += kSector) {
+      const size_t to = std::min(from + kSector, mixed.file.size());
+      ByteVector bytes = mixed.file;
+      for (size_t i = from; i < to; ++i) bytes[i] = noise.Byte();
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, from, to, Allow::kAnyMedium);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
+  const SmallRecording recording(4, 12);
+  const ByteVector whole = recording.Unclosed();
+  Noise noise(5);
+  for (bool zeros : {true, false}) {
+    for (size_t cut = whole.size() - 700; cut <= whole.size(); cut += 37) {
+      std::vector<StoredFrame> frames = recording.frames;
+      std::erase_if(frames, [cut](const StoredFrame& frame) { return frame.End() > cut; });
+      for (size_t from = recording.frames.front().position / kSector * kSector; from < cut; from += kSector) {
+        const size_t to = std::min(from + kSector, cut);
+        ByteVector bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(cut));
+        for (size_t i = from; i < to; ++i) bytes[i] = zeros ? 0 : noise.Byte();
+        ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), frames, from, to,
+                               zeros ? Allow::kUncompressed : Allow::kAnyMedium);
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {
+  const Mixed mixed(2);
+  const size_t from = SIZE_MAX & (mixed.frames[30].position + kSector) / kSector * kSector;
+  const size_t to = from + 4 * kSector;
+  ByteVector bytes = mixed.file;
+  std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0xEE);
+  const Found found = ScanBytes(std::move(bytes));
+  // The last frame in front of the damage, and the first one behind it.
+  uint64_t hole = 0;
+  uint64_t end = 0;
+  for (const StoredFrame& frame : mixed.frames) {
+    if (frame.End() <= from) hole = frame.End();
+    if (frame.position >= to && end == 0) end = frame.position;
+  }
+  ASSERT_EQ(found.report.dwHoles, 1u);
+  EXPECT_EQ(found.report.dwState, ZMV_RECOVER_DAMAGED);
+  EXPECT_GE(found.report.Hole[0].llPosition, hole);
+  EXPECT_LE(found.report.Hole[0].llPosition, to);
+  EXPECT_EQ(found.report.Hole[0].llPosition + found.report.Hole[0].llLength, end);
+  EXPECT_EQ(found.report.llHoleBytes, found.report.Hole[0].llLength);
+}
+
+TEST_F(Mp4Damage, MoreHolesThanAreListed_AreCounted) {
+  FrameLog log(SmallInfo(), 1);
+  Noise noise(9);
+  for (uint32_t i = 0; i < 300; ++i) log.Write(ZMV_MEDIA_VIDEO, noise.Video(484), 33 * i, 33333, i == 0);
+  ByteVector bytes = log.Finish();
+  // Every third record loses its tag and, with what stands in front of it, its neighbour's end.
+  uint32_t damaged = 0;
+  for (size_t i = 2; i + 1 < log.frames().size(); i += 3, ++damaged) bytes[log.frames()[i].position] = 'X';
+  const Found found = ScanBytes(std::move(bytes));
+  EXPECT_EQ(found.report.dwHoles, damaged);
+  EXPECT_GT(damaged, ZMV_RECOVER_MAX_HOLES);
+  uint64_t listed = 0;
+  for (const ZMVRecoverHole& hole : found.report.Hole) listed += hole.llLength;
+  EXPECT_GT(found.report.llHoleBytes, listed);
+}
+
+TEST_F(Mp4Damage, WrongSize_IsNotFollowedBeyondTheNextFrame) {
+  const Mixed mixed(3);
+  for (size_t i : {10u, 11u, 12u}) {
+    ByteVector bytes = mixed.file;
+    const StoredFrame& frame = mixed.frames[i];
+    const auto size = static_cast<uint32_t>(frame.bytes.size());
+    StoreBE32(&bytes[frame.position + 24], size + 2000);
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, frame.position, frame.End(), Allow::kNothing);
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST_F(Mp4Damage, LostTail_GivesTheFramesInFrontOfIt) {
+  const Mixed mixed(4);
+  const size_t from = (mixed.frames[40].position + kSector) / kSector * kSector;
+  const size_t end = mixed.frames.back().End();
+  ByteVector bytes = mixed.file;
+  for (size_t i = from; i < end; ++i) bytes[i] = static_cast<uint8_t>(i * 7);
+  const Found found = ScanBytes(std::move(bytes));
+  ExpectLosesOnlyTouched(found, mixed.frames, from, end, Allow::kNothing);
+  // The recording was closed, so it is known that frames are missing.
+  EXPECT_EQ(found.report.dwState, ZMV_RECOVER_DAMAGED);
+  EXPECT_EQ(found.report.dwHoles, 1u);
+}
+
+}  // namespace
+}  // namespace zmv::test
