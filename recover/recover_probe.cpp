@@ -1,6 +1,7 @@
 #include "recover/recover_probe.h"
 
 #include "base/host_memory.h"
+#include "recover/recover_avi_front.h"
 #include "recover/recover_module.h"
 #include "recover/recover_mp4_scan.h"
 #include "recover/recover_mp4_tables.h"
@@ -10,7 +11,11 @@ namespace {
 
 // One row for each container. The last one takes what is left.
 constexpr Container kContainers[] = {
-    {.Recognise = [](File&) { return true; }, .Probe = &ProbeMp4},
+    {.Recognise = &BeginsAsAvi, .Probe = &ProbeAvi, .ToFile = &RecoverAviToFile, .InPlace = &RecoverAviInPlace},
+    {.Recognise = [](File&) { return true; },
+     .Probe = &ProbeMp4,
+     .ToFile = &RecoverMp4ToFile,
+     .InPlace = &RecoverMp4InPlace},
 };
 
 bool WantsUserData(const ZMVRecoverParam& param, const ZMVRecoverReport& report) {
