@@ -12,6 +12,10 @@ target_compile_options(zmv_room_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden -fno-threadsafe-statics>)
 
 if(ZMV_SANITIZE)
-  add_compile_options(-fsanitize=${ZMV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # The rooms have no run-time type information, which the check of dynamic types would need.
+  add_compile_options(-fsanitize=${ZMV_SANITIZE} -fno-sanitize=vptr -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ZMV_SANITIZE})
+endif()
+if(ZMV_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()

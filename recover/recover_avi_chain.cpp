@@ -7,6 +7,7 @@
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
+#include "recover/recover_avi_search.h"
 #include "recover/recover_module.h"
 
 namespace zmv::recover {
@@ -44,7 +45,9 @@ bool BeginsWithStartCode(const uint8_t* bytes, uint32_t count) {
 
 }  // namespace
 
-int32_t AviChain::Open(const AviFront& front) {
+int32_t AviChain::Open(const AviFront& front, bool any_stream) {
+  any_stream_ = any_stream;
+  placed_ = front.front.mdat != 0;
   std::copy(std::begin(front.streams), std::end(front.streams), streams_);
   for (const AviStream& stream : streams_) {
     if (stream.media == ZMV_MEDIA_AUDIO) compressed_audio_ = IsCompressedAudio(stream.code);
@@ -55,7 +58,7 @@ int32_t AviChain::Open(const AviFront& front) {
   begin_ = front.front.end;
   if (const int32_t result = FindEnds(); Failed(result)) return result;
   const View view = Look(begin_, kChunkHeaderSize);
-  if (view.size == kChunkHeaderSize) std::memcpy(first_, view.bytes, sizeof first_);
+  if (placed_ && view.size == kChunkHeaderSize) std::memcpy(first_, view.bytes, sizeof first_);
   return Error();
 }
 
@@ -63,15 +66,20 @@ bool AviChain::Parse(const uint8_t* bytes, Record& record) const {
   uint32_t number = 0;
   uint32_t media = 0;
   uint32_t size = 0;
-  if (!ParseChunkHeader(bytes, number, media, size) || streams_[number].media != media) return false;
-  record = {.media = media, .key = false, .stamp = 0, .duration = 0, .track = streams_[number].track, .size = size};
+  if (!ParseChunkHeader(bytes, number, media, size)) return false;
+  uint32_t track = streams_[number].track;
+  if (streams_[number].media != media) {
+    if (!any_stream_ || streams_[number].media != 0) return false;
+    track = 0;
+  }
+  record = {.media = media, .key = false, .stamp = number, .duration = 0, .track = track, .size = size};
   return true;
 }
 
 // The first entry of the index looks like a chunk. It names the first chunk.
 bool AviChain::IsFirstEntry(const uint8_t* bytes) const {
   const uint32_t flags = LoadLE32(bytes + 4);
-  return LoadLE32(bytes) == LoadLE32(first_) && (flags == 0 || flags == kKeyFrameFlag) &&
+  return placed_ && LoadLE32(bytes) == LoadLE32(first_) && (flags == 0 || flags == kKeyFrameFlag) &&
          LoadLE32(bytes + 8) == kFirstOffset && LoadLE32(bytes + 12) == LoadLE32(first_ + kCodeSize);
 }
 
@@ -82,7 +90,7 @@ Place AviChain::At(uint64_t position) {
     return place;
   }
   // Chunks take an even number of bytes.
-  if ((position - begin_) % 2 != 0) return place;
+  if (placed_ && (position - begin_) % 2 != 0) return place;
   constexpr uint32_t kSeen = kChunkHeaderSize + kIdx1EntrySize;
   const View view = Look(position, kSeen);
   const uint64_t rest = file_end() - position;
@@ -107,7 +115,9 @@ Place AviChain::At(uint64_t position) {
 }
 
 Prefix AviChain::CheckPayload(const Record& record, const Reading& reading) {
-  if (reading.next != reading.end && reading.end < file_end() && !IsZero(reading.end)) return Prefix::kWrong;
+  // A pad byte in a sector of its own tells nothing of the payload.
+  const bool padded = reading.next != reading.end && reading.end < file_end() && reading.end % kSectorSize != 0;
+  if (padded && !IsZero(reading.end)) return Prefix::kWrong;
   if (record.media != ZMV_MEDIA_VIDEO || !start_codes_[record.track]) return Prefix::kNone;
   const View view = Look(reading.payload, std::min(record.size, kCodeSize));
   return BeginsWithStartCode(view.bytes, view.size) ? Prefix::kStart : Prefix::kNone;

@@ -11,9 +11,11 @@ class AviChain final : public Chain {
  public:
   explicit AviChain(Window& window) : Chain(window) {}
 
-  // Finds the ends of the file and takes what is known of the streams. 0, or a negative code.
-  int32_t Open(const AviFront& front);
+  // Finds the ends of the file and takes what is known of the streams; with `any_stream` also chunks of others are
+  // taken. 0, or a negative code.
+  int32_t Open(const AviFront& front, bool any_stream = false);
 
+  // The stamp of a record is the number of its stream.
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;
   bool BeginsItem(uint64_t position) override;
@@ -32,6 +34,8 @@ class AviChain final : public Chain {
   bool start_codes_[ZMV_MAX_VIDEO] = {};       // payloads begin with start codes
   bool compressed_video_[ZMV_MAX_VIDEO] = {};  // no picture is zeros
   bool compressed_audio_ = false;
+  bool any_stream_ = false;
+  bool placed_ = false;  // where the movi list begins is known
   uint64_t begin_ = 0;
   uint8_t first_[avi::kChunkHeaderSize] = {};  // header of the first chunk
 };

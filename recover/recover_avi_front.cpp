@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
+#include "recover/recover_avi_search.h"
 #include "recover/recover_module.h"
 
 namespace zmv::recover {
@@ -19,19 +21,20 @@ constexpr uint32_t kMainInitialFrames = 20;
 constexpr uint32_t kMainStreams = 24;
 constexpr uint32_t kMainReserved = 40;
 constexpr uint32_t kStreamHandler = 4;
+constexpr uint32_t kStreamFlags = 8;
 constexpr uint32_t kStreamPriority = 12;
+constexpr uint32_t kStreamInitialFrames = 16;
 constexpr uint32_t kStreamScale = 20;
 constexpr uint32_t kStreamRate = 24;
+constexpr uint32_t kStreamStart = 28;
+constexpr uint32_t kStreamQuality = 40;
 constexpr uint32_t kStreamSampleSize = 44;
 constexpr uint32_t kVideoFormSize = 40;
 constexpr uint32_t kAudioFormSize = 16;
 
 constexpr uint32_t kThousandths = 1000;
-constexpr uint32_t kPlainRate = 30 * kThousandths;
 // Forms, names and extra headers beyond this are damage.
 constexpr uint32_t kMaxHeaderChunk = 1u << 20;
-// So far a movi list is looked for behind a damaged stretch.
-constexpr uint32_t kSearchedForMovi = 1u << 20;
 
 // The flags that this library gives a file: without video, with it, and with sound too.
 bool AreOwnFlags(uint32_t flags) { return flags == 0 || flags == 0x810 || flags == 0x910; }
@@ -42,6 +45,14 @@ bool IsOwnMainHeader(const uint8_t* bytes) {
   const uint32_t streams = LoadLE32(bytes + kMainStreams);
   return AreOwnFlags(LoadLE32(bytes + kMainFlags)) && LoadLE32(bytes + kMainInitialFrames) == 0 &&
          streams <= kMaxStreams;
+}
+
+// These words are always 0.
+bool IsOwnStreamHeader(const uint8_t* bytes) {
+  for (const uint32_t word : {kStreamFlags, kStreamInitialFrames, kStreamStart, kStreamQuality}) {
+    if (LoadLE32(bytes + word) != 0) return false;
+  }
+  return true;
 }
 
 enum class Step : uint8_t { kOn, kMovi, kCut, kBroken, kForeign };
@@ -67,7 +78,7 @@ class FrontReader {
   const uint8_t* Data() { return window_.At(position_ + kChunkHeaderSize, size_); }
   bool Keep(HostMemory<uint8_t>& memory, uint32_t room);
   void StepOver(bool may_lack_pad);
-  bool FindMovi();
+  bool Search();
 
   Window& window_;
   AviFront& out_;
@@ -118,7 +129,7 @@ Step FrontReader::ReadMainHeader() {
 Step FrontReader::ReadStreamHeader() {
   if (size_ != kStreamHeaderSize) return Step::kBroken;
   std::memcpy(stream_header_, Data(), kStreamHeaderSize);
-  has_stream_header_ = out_.stream_count < kMaxStreams;
+  has_stream_header_ = out_.stream_count < kMaxStreams && IsOwnStreamHeader(stream_header_);
   if (!has_stream_header_) return Step::kBroken;
   AviStream& stream = out_.streams[out_.stream_count];
   stream = {};
@@ -183,7 +194,7 @@ Step FrontReader::ReadFormat() {
     return Step::kBroken;
   }
   // Video and text count in thousandths, here.
-  if (stream.media != ZMV_MEDIA_AUDIO && stream.scale != kThousandths) return Step::kForeign;
+  if (stream.media != ZMV_MEDIA_AUDIO && stream.scale != kThousandths) return Step::kBroken;
   ++out_.stream_count;
   StepOver(true);
   return Step::kOn;
@@ -254,30 +265,6 @@ Step FrontReader::ReadChunk() {
   return Step::kBroken;
 }
 
-// The first movi list behind the place where the headers break, by the chunk that follows it.
-bool FrontReader::FindMovi() {
-  constexpr uint32_t kBlock = 4096;
-  constexpr uint32_t kNeeded = kListHeaderSize + kChunkHeaderSize;
-  const uint64_t end = std::min<uint64_t>(window_.file().Size(), kSearchedForMovi);
-  for (uint64_t from = 0; from + kNeeded <= end; from += kBlock - kNeeded + 1) {
-    const auto count = static_cast<uint32_t>(std::min<uint64_t>(kBlock, end - from));
-    const uint8_t* bytes = window_.At(from, count);
-    if (bytes == nullptr) return false;
-    for (uint32_t at = 0; at + kNeeded <= count; ++at) {
-      if (LoadLE32(bytes + at) != FourCC("LIST") || LoadLE32(bytes + at + kChunkHeaderSize) != FourCC("movi")) continue;
-      uint32_t stream = 0;
-      uint32_t media = 0;
-      uint32_t size = 0;
-      if (!ParseChunkHeader(bytes + at + kListHeaderSize, stream, media, size)) continue;
-      front_.mdat = from + at;
-      front_.mdat_size = LoadLE32(bytes + at + kCodeSize);
-      front_.end = front_.mdat + kListHeaderSize;
-      return true;
-    }
-  }
-  return false;
-}
-
 bool FrontReader::Read() {
   const uint8_t* form = window_.At(0, kListHeaderSize);
   const bool begins =
@@ -290,74 +277,34 @@ bool FrontReader::Read() {
     front_.sound = true;
     return true;
   }
-  if (step == Step::kCut) {
+  // A damaged size can seem to lead beyond the end of the file.
+  uint64_t list = 0;
+  if (step == Step::kCut && !FindMovi(window_, list) && window_.Error() == 0) {
     front_.cut = true;
     front_.end = window_.file().Size();
     return front_.own;
   }
-  return step == Step::kMovi || FindMovi();
+  return step == Step::kMovi || Search();
+}
+
+// The headers are damaged: the movi list, else the place from where on chunks are to be looked for.
+bool FrontReader::Search() {
+  if (FindMovi(window_, front_.mdat)) {
+    const uint8_t* list = window_.At(front_.mdat, kListHeaderSize);
+    if (list == nullptr) return false;
+    front_.mdat_size = LoadLE32(list + kCodeSize);
+    front_.end = front_.mdat + kListHeaderSize;
+    return true;
+  }
+  front_.end = position_;
+  return window_.Error() == 0 && (front_.own || FindChunks(window_, front_.end));
 }
 
 }  // namespace
 
-bool ParseChunkHeader(const uint8_t* bytes, uint32_t& stream, uint32_t& media, uint32_t& size) {
-  if (bytes[0] != '0' || bytes[1] < '0' || bytes[1] >= '0' + kMaxStreams) return false;
-  const char first = static_cast<char>(bytes[2]);
-  const char second = static_cast<char>(bytes[3]);
-  if (first == 'd' && second == 'c') {
-    media = ZMV_MEDIA_VIDEO;
-  } else if (first == 'w' && second == 'b') {
-    media = ZMV_MEDIA_AUDIO;
-  } else if (first == 't' && second == 'x') {
-    media = ZMV_MEDIA_TEXT;
-  } else {
-    return false;
-  }
-  stream = bytes[1] - uint32_t{'0'};
-  size = LoadLE32(bytes + kCodeSize);
-  return true;
-}
-
-bool BeginsAsAvi(File& file) {
-  uint8_t bytes[kListHeaderSize];
-  if (file.ReadAt(0, bytes, sizeof bytes) != sizeof bytes) return false;
-  if (LoadLE32(bytes) == FourCC("RIFF")) return LoadLE32(bytes + kChunkHeaderSize) == FourCC("AVI ");
-  return false;
-}
-
 bool ReadAviFront(Window& window, AviFront& front) {
   front = {};
   return FrontReader(window, front).Read();
-}
-
-void SettleAviStreams(AviFront& front) {
-  ZMVFileInfo& info = front.front.info;
-  for (uint32_t i = 0; i < info.dwVideoCount; ++i) {
-    if (info.m_Video[i].dwFrameRate == 0) info.m_Video[i].dwFrameRate = kPlainRate;
-  }
-  for (AviStream& stream : front.streams) {
-    if (stream.media == 0 || stream.scale != 0) continue;
-    const ZMVAudioInfo& audio = info.m_Audio;
-    const bool pcm = stream.media == ZMV_MEDIA_AUDIO && audio.dwFormat == kPcmTag;
-    const uint32_t block = audio.dwChannels * (audio.dwBitsPerSample / 8);
-    switch (stream.media) {
-      case ZMV_MEDIA_VIDEO:
-        stream.code = info.m_Video[stream.track].dwFourCC;
-        stream.scale = kThousandths;
-        stream.rate = info.m_Video[stream.track].dwFrameRate;
-        break;
-      case ZMV_MEDIA_AUDIO:
-        stream.code = audio.dwFormat;
-        stream.scale = pcm ? block : audio.dwSamplesPerFrame;
-        stream.rate = pcm ? block * audio.dwSampleRate : audio.dwSampleRate;
-        stream.sample_size = pcm ? block : 0;
-        break;
-      default:
-        stream.scale = kThousandths;
-        stream.rate = info.m_Text[stream.track].dwRate;
-        break;
-    }
-  }
 }
 
 }  // namespace zmv::recover

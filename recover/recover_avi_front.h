@@ -24,8 +24,9 @@ struct AviStream {
 };
 
 struct AviFront {
-  // Of the fields, mdat is the position of the header of the movi list and mdat_size the size stated there, 0 until the
-  // file was closed; `end` is where the first chunk stands. The pointers in `info` point at `name` and `extra`.
+  // Of the fields, mdat is the position of the header of the movi list (0: it is lost) and mdat_size the size stated
+  // there, 0 until the file was closed; `end` is where the first chunk stands, or is to be looked for from. The
+  // pointers in `info` point at `name` and `extra`.
   Front front = {};
   AviStream streams[avi::kMaxStreams] = {};
   uint32_t stream_count = 0;
@@ -34,17 +35,16 @@ struct AviFront {
   HostMemory<uint8_t> extra;
 };
 
-// True when the file begins as an AVI file does, or its beginning is damaged and a movi list with a chunk follows.
-bool BeginsAsAvi(File& file);
+// Whether the file begins as an AVI file does, or its beginning is damaged and chunks with frames follow. 0 or a
+// negative code.
+int32_t RecogniseAvi(File& file, bool& recognised);
 
 // Reads the front of a file. False for files that are not of this library's making, and when the window has an error.
 bool ReadAviFront(Window& window, AviFront& front);
 
-// Gives streams that no header describes the rates of their descriptions, once these are settled.
-void SettleAviStreams(AviFront& front);
-
-// The header of a chunk with a frame. False for anything else.
-bool ParseChunkHeader(const uint8_t* bytes, uint32_t& stream, uint32_t& media, uint32_t& size);
+// Adds streams that no header describes: `media` of their numbers, 0 where there is none. Their descriptions are taken
+// from `given` (may be null), else plain ones.
+void AddAviStreams(const uint32_t (&media)[avi::kMaxStreams], const ZMVFileInfo* given, AviFront& front);
 
 }  // namespace zmv::recover
 

@@ -3,6 +3,7 @@
 #include "base/byte_order.h"
 #include "base/fourcc.h"
 #include "base/zmv_result.h"
+#include "recover/recover_avi_search.h"
 
 namespace zmv::recover {
 namespace {

@@ -18,12 +18,48 @@ uint64_t TimeOf(const AviStream& stream, uint64_t units) {
   return seconds / stream.rate * kMilliseconds + seconds % stream.rate * kMilliseconds / stream.rate;
 }
 
+// Which streams there are, by the chunks alone.
+class AviSurvey final : public ChainScan {
+ public:
+  AviSurvey(File& file, const AviFront& avi) : ChainScan(file, nullptr), avi_(avi), chain_(window_) {}
+
+  int32_t Run() {
+    Begin(ZMV_FORMAT_AVI);
+    if (const int32_t result = chain_.Open(avi_, true); Failed(result)) return result;
+    StartAtFront(0);
+    FoundFrame frame;
+    while (Next(frame)) {
+    }
+    return Result();
+  }
+  const uint32_t (&media() const)[avi::kMaxStreams] { return media_; }
+
+ private:
+  const Front& front() const override { return avi_.front; }
+  Chain& chain() override { return chain_; }
+  void Accept(const Record& record, FoundFrame&) override {
+    if (media_[record.stamp] == 0) media_[record.stamp] = record.media;
+  }
+
+  const AviFront& avi_;
+  AviChain chain_;
+  uint32_t media_[avi::kMaxStreams] = {};
+};
+
 }  // namespace
 
-int32_t AviScan::Open(const ZMVFileInfo*) {
+int32_t AviScan::Open(const ZMVFileInfo* given) {
   Begin(ZMV_FORMAT_AVI);
   report_.bUniformTimes = 1;
   if (!ReadAviFront(window_, avi_)) return Refuse();
+  if (!avi_.front.sound && !avi_.front.cut) {
+    AviSurvey survey(window_.file(), avi_);
+    if (const int32_t result = survey.Run(); Failed(result)) {
+      Fail(result);
+      return result;
+    }
+    AddAviStreams(survey.media(), given, avi_);
+  }
   if (const int32_t result = chain_.Open(avi_); Failed(result)) {
     Fail(result);
     return result;
@@ -48,7 +84,7 @@ uint32_t AviScan::NumberOf(uint32_t media, uint32_t track) const {
 }
 
 void AviScan::Accept(const Record& record, FoundFrame& frame) {
-  const uint32_t number = NumberOf(record.media, record.track);
+  const uint32_t number = record.stamp;
   const AviStream& stream = avi_.streams[number];
   const uint64_t before = units_[number];
   units_[number] += stream.sample_size != 0 ? record.size / stream.sample_size : 1;

@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t kSearchBlock = 64 * 1024;
 constexpr uint32_t kTagOverlap = 3;
 
+constexpr uint32_t kSizeField = 4;  // of a box
+
 // Payloads up to this size fit the window with everything around them.
 constexpr uint32_t kAhead = 128 * 1024;
 
@@ -147,7 +149,7 @@ bool ChainScan::DamageReachesBack(const Record& record, const Reading& reading) 
   if (chain().BeginsItem(reading.next)) return false;
   if (!chain().RestIsZero(reading.next)) return true;
   // The first bytes of the box behind the media data of a closed recording.
-  if (reading.next == media_end_ && SectorEnd(reading.next) - reading.next < mp4::kBoxHeaderSize / 2) return false;
+  if (reading.next == media_end_ && SectorEnd(reading.next) - reading.next < kSizeField) return false;
   return !EndsUnwritten(record, reading);
 }
 
@@ -199,11 +201,12 @@ bool ChainScan::LostSector(const Reading& reading, const uint8_t* bytes, uint64_
 // True when the payload, behind which nothing is written, may not have been written to its end.
 bool ChainScan::LostTail(const Record& record, const Reading& reading, const uint8_t* bytes, uint64_t from) {
   if (record.size == 0) return false;
-  const bool zeros_follow = chain().file_end() > reading.next;
+  const uint64_t zeros = chain().file_end() - std::min(reading.next, chain().file_end());
   if (chain().Compressed(record)) {
-    return LostSector(reading, bytes, from) || (zeros_follow && bytes[reading.end - 1 - from] == 0);
+    return LostSector(reading, bytes, from) || (zeros != 0 && bytes[reading.end - 1 - from] == 0);
   }
-  if (!zeros_follow) return false;
+  // Fewer can be the first bytes of a box that closing began.
+  if (zeros < kSizeField) return false;
   const uint64_t last = std::max(SectorStart(reading.end - 1), from);
   return std::all_of(bytes + (last - from), bytes + (reading.end - from), [](uint8_t byte) { return byte == 0; });
 }

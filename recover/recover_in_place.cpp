@@ -151,6 +151,7 @@ int32_t Replay::Close() {
   MP4WriterClose(writer_);
   writer_ = nullptr;
   // Closing reports nothing; without memory it leaves out moov, and then the sizes too.
+  if (Failed(stream_.Result())) return stream_.Result();
   if (!stream_.Holds()) return Result(ZMV_E_MEMORY);
   // Where closing does not cover what lies behind the last box, it goes.
   if (const int32_t result = stream_.Settle(ZMVStreamBuf_GetOption() != 0); Failed(result)) return result;

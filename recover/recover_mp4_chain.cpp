@@ -82,6 +82,7 @@ Place Mp4Chain::At(uint64_t position) {
     const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
     if (written < kRecordSize && BeginsRecord(view.bytes, written, limits_)) place.item = Item::kRecordBeyond;
     if (written < kTableHeaderSize && BeginsTable(view.bytes, written)) place.item = Item::kTableBeyond;
+    if (written < mp4::kBoxHeaderSize && BeginsClosingBox(view.bytes, written)) place.item = Item::kBox;
   }
   return place;
 }

@@ -15,8 +15,8 @@ struct Finding {
 
 // A container.
 struct Container {
-  // By its first bytes.
-  bool (*Recognise)(File& file);
+  // By its first bytes: 0 or a negative code.
+  int32_t (*Recognise)(File& file, bool& recognised);
   // 0 also for a foreign file; else as ZMVRecoverProbe.
   int32_t (*Probe)(File& file, const ZMVRecoverParam& param, Finding& finding);
   // As RecoverToFile and RecoverInPlace.
@@ -24,8 +24,9 @@ struct Container {
   int32_t (*InPlace)(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes);
 };
 
-// The container of a file: what no other recognises may be an MP4 recording whose front is damaged.
-const Container& ContainerOf(File& file);
+// The container of a file: what no other recognises may be an MP4 recording whose front is damaged. 0 or a negative
+// code.
+int32_t FindContainer(File& file, const Container** container);
 
 int32_t ProbeFile(File& file, const ZMVRecoverParam& param, Finding& finding);
 

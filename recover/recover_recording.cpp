@@ -137,11 +137,15 @@ int32_t RecoverMp4InPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
 }
 
 int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {
-  return ContainerOf(source).ToFile(source, param, report);
+  const Container* container = nullptr;
+  if (const int32_t result = FindContainer(source, &container); Failed(result)) return result;
+  return container->ToFile(source, param, report);
 }
 
 int32_t RecoverInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes) {
-  return ContainerOf(file).InPlace(file, param, report, table_bytes);
+  const Container* container = nullptr;
+  if (const int32_t result = FindContainer(file, &container); Failed(result)) return result;
+  return container->InPlace(file, param, report, table_bytes);
 }
 
 }  // namespace zmv::recover

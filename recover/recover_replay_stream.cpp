@@ -109,6 +109,7 @@ int64_t ReplayStream::Write(const void* bytes, uint32_t count) {
     position_[0] += count;
     return count;
   }
+  if (Failed(result_)) return result_;
   int32_t result = 0;
   if (source_ != nullptr && (bytes == names_[0] || bytes == names_[1])) {
     const uint32_t before = end_;
@@ -150,7 +151,7 @@ int32_t ReplayStream::Commit() {
     if (Failed(result_) || Failed(Apply(held_[i]))) return result_;
   }
   held_count_ = 0;
-  return 0;
+  return result_;
 }
 
 // ---- The operations of the stream handle. Cursor 0 writes, cursor 1 reads.

@@ -59,7 +59,7 @@ uint64_t Streams::Time(const Record& record, const Stream& stream) const {
   const uint32_t forward = record.stamp - static_cast<uint32_t>(last);
   const auto step = static_cast<int32_t>(forward);
   if (step >= 0) return last + forward;
-  const uint64_t back = -static_cast<int64_t>(step);
+  const auto back = static_cast<uint64_t>(-int64_t{step});
   return back <= last ? last - back : record.stamp;
 }
 

@@ -14,6 +14,7 @@ namespace {
 constexpr uint32_t kSeed = 7;
 constexpr const char* kPath = "recorded.mp4";
 constexpr uint32_t kRecordBytes = 28;
+constexpr uint64_t kLookBack = 65536;  // no spilled table of these recordings is larger
 
 uint32_t Number(const ByteVector& bytes, size_t at) {
   return uint32_t{bytes.at(at)} << 24 | uint32_t{bytes.at(at + 1)} << 16 | uint32_t{bytes.at(at + 2)} << 8 |
@@ -346,8 +347,7 @@ std::string CompareFrames(const ByteVector& file, const ZMVFileInfo& info, const
       again.duration = frame.since;
       if (Part(file, from, kRecordBytes) == RecordOf(again)) continue;
     }
-    const auto begin =
-        file.begin() + static_cast<ptrdiff_t>(sample.position - std::min<uint64_t>(sample.position, 400));
+    const auto begin = file.begin() + static_cast<ptrdiff_t>(sample.position - std::min(sample.position, kLookBack));
     const auto end = file.begin() + static_cast<ptrdiff_t>(sample.position);
     const auto found = std::search(begin, end, record.begin(), record.end());
     if (found == end || Part(file, static_cast<uint64_t>(found - file.begin()) + kRecordBytes, 4) != Text("tabl")) {

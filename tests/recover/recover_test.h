@@ -149,7 +149,7 @@ struct SmallRecording {
   ByteVector file;
   std::vector<StoredFrame> frames;
 
-  explicit SmallRecording(uint32_t seed = 1, uint32_t rounds = 24, uint8_t interleave = 1, uint32_t start = 5000) {
+  explicit SmallRecording(uint32_t seed = 1, uint32_t rounds = 14, uint8_t interleave = 1, uint32_t start = 5000) {
     FrameLog log(SmallInfo(), interleave);
     Noise noise(seed);
     uint64_t time = start;

@@ -38,10 +38,10 @@ TEST_F(Probe, ClosedRecording_IsWhole) {
   EXPECT_EQ(report.bUserData, 1u);
   EXPECT_EQ(report.bCanInPlace, 1u);
   ASSERT_EQ(report.dwStreamCount, 3u);
-  EXPECT_EQ(report.Stream[0].dwFrames, 24u);
-  EXPECT_EQ(report.Stream[0].dwKeyFrames, 5u);
-  EXPECT_EQ(report.Stream[1].dwFrames, 24u);
-  EXPECT_EQ(report.Stream[2].dwFrames, 12u);
+  EXPECT_EQ(report.Stream[0].dwFrames, 14u);
+  EXPECT_EQ(report.Stream[0].dwKeyFrames, 3u);
+  EXPECT_EQ(report.Stream[1].dwFrames, 14u);
+  EXPECT_EQ(report.Stream[2].dwFrames, 7u);
   EXPECT_EQ(report.Stream[2].bDescribed, 1u);
   EXPECT_TRUE(finding.complete);
   EXPECT_EQ(finding.info.dwVideoCount, 1u);

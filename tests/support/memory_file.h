@@ -10,6 +10,7 @@
 #define ZMV_TESTS_MEMORY_FILE_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -97,7 +98,7 @@ class StoredFile final : public recover::File {
       return;
     }
     if (end > medium.size()) medium.resize(end);
-    std::copy(change.bytes.begin(), change.bytes.end(), medium.begin() + static_cast<ptrdiff_t>(change.position));
+    std::copy(change.bytes.begin(), change.bytes.end(), medium.begin() + static_cast<std::ptrdiff_t>(change.position));
   }
   int32_t Change(Pending change) {
     if (!change.truncate) write_positions_.push_back(change.position);

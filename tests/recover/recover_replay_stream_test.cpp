@@ -1,0 +1,179 @@
+#include "recover/recover_replay_stream.h"
+
+#include "recover/recover_tables.h"
+#include "recover/recover_user_data.h"
+#include "tests/recover/recovery_test.h"
+
+namespace zmv::test {
+namespace {
+
+using recover::ReplayStream;
+
+class ReplayStreamTest : public RecoveryTest {
+ protected:
+  ReplayStreamTest() {
+    EXPECT_EQ(stream_.Prepare(), 0);
+    EXPECT_EQ(ZMVStreamBuf_Index(stream_.Handle(), &writes_, 0), 0);
+    EXPECT_EQ(ZMVStreamBuf_Index(stream_.Handle(), &reads_, 0), 0);
+  }
+  int64_t Write(const ByteVector& bytes) {
+    return ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, bytes.data(), static_cast<uint32_t>(bytes.size()));
+  }
+  void MoveTo(uint32_t position) { EXPECT_EQ(ZMVStreamBuf_Seek(stream_.Handle(), writes_, position), 0); }
+
+  LogFile file_{ByteVector(1000, 0x11)};
+  ReplayStream stream_{file_};
+  uint32_t writes_ = 9;
+  uint32_t reads_ = 9;
+};
+
+TEST_F(ReplayStreamTest, Swallowed_MovesTheCursorAlone) {
+  EXPECT_EQ(Write(ByteVector(300, 1)), 300);
+  EXPECT_EQ(ZMVStreamBuf_Pos(stream_.Handle(), writes_), 300u);
+  EXPECT_EQ(stream_.Settle(false), 0);
+  EXPECT_EQ(Difference(file_.bytes(), ByteVector(1000, 0x11)), "");
+}
+
+TEST_F(ReplayStreamTest, Appended_FirstSectorIsOnTheMediumBeforeTheRest) {
+  stream_.WriteFrom(1000);
+  EXPECT_EQ(Write(ByteVector(2000, 2)), 2000);
+  EXPECT_EQ(ZMVStreamBuf_GetFileSize(stream_.Handle()), 3000);
+  EXPECT_EQ(stream_.Settle(false), 0);
+  ASSERT_EQ(file_.log().size(), 4u);
+  EXPECT_EQ(file_.log()[0].bytes.size(), 24u);  // to the end of its sector
+  EXPECT_EQ(file_.log()[1].kind, LogFile::Kind::kSync);
+  EXPECT_EQ(file_.log()[2].bytes.size(), 1976u);
+  EXPECT_EQ(file_.log()[3].kind, LogFile::Kind::kSync);
+}
+
+TEST_F(ReplayStreamTest, Patches_ComeLastFromTheEndToTheBeginning) {
+  stream_.WriteFrom(1000);
+  Write(ByteVector(100, 2));
+  for (const uint32_t position : {500u, 1040u, 0u}) {
+    MoveTo(position);
+    EXPECT_EQ(Write({1, 2, 3, 4}), 4);
+  }
+  EXPECT_EQ(stream_.Settle(false), 0);
+  const size_t settled = file_.log().size();
+  EXPECT_EQ(file_.bytes()[500], 0x11);
+  EXPECT_EQ(stream_.Commit(), 0);
+  ASSERT_EQ(file_.log().size(), settled + 6);
+  for (size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(file_.log()[settled + 2 * i].position, (std::vector<uint64_t>{1040, 500, 0})[i]);
+    EXPECT_EQ(file_.log()[settled + 2 * i + 1].kind, LogFile::Kind::kSync);
+  }
+}
+
+TEST_F(ReplayStreamTest, PatchThatChangesNothing_IsLeftOut) {
+  stream_.WriteFrom(1000);
+  MoveTo(0);
+  Write(ByteVector(4, 0x11));
+  EXPECT_TRUE(stream_.Holds());
+  EXPECT_EQ(stream_.Commit(), 0);
+  EXPECT_TRUE(file_.log().empty());
+}
+
+TEST_F(ReplayStreamTest, Cut_DropsWhatLiesBehind) {
+  stream_.WriteFrom(100);
+  Write(ByteVector(10, 2));
+  EXPECT_EQ(stream_.Settle(true), 0);
+  EXPECT_EQ(file_.bytes().size(), 110u);
+}
+
+TEST_F(ReplayStreamTest, ReadsWhatWasAppended) {
+  stream_.WriteFrom(1000);
+  Write(Text("tables"));
+  char back[7] = {};
+  ASSERT_EQ(ZMVStreamBuf_Seek(stream_.Handle(), reads_, 998), 0);
+  EXPECT_EQ(ZMVStreamBuf_ReadBuffer(stream_.Handle(), reads_, back, 6), 6);
+  EXPECT_EQ(std::string(back + 2), "tabl");
+  EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_ReadBuffer(stream_.Handle(), reads_, back, 6)), ZMV_E_READ);
+}
+
+TEST_F(ReplayStreamTest, Failure_Stays) {
+  file_.fail_at = 1;
+  stream_.WriteFrom(1000);
+  EXPECT_EQ(Write(ByteVector(100000, 1)), int64_t{Result(ZMV_E_WRITE)});
+  file_.fail_at = 0;
+  EXPECT_EQ(static_cast<uint32_t>(Write({1})), ZMV_E_WRITE);
+  EXPECT_EQ(static_cast<uint32_t>(stream_.Settle(false)), ZMV_E_WRITE);
+  EXPECT_EQ(static_cast<uint32_t>(stream_.Commit()), ZMV_E_WRITE);
+  EXPECT_TRUE(file_.log().empty());
+}
+
+TEST_F(ReplayStreamTest, Beyond4GiB_IsRefused) {
+  stream_.WriteFrom(0xFFFFFFF0);
+  EXPECT_EQ(Write(ByteVector(15, 1)), 15);
+  EXPECT_EQ(static_cast<uint32_t>(Write({1})), ZMV_E_WRITE);
+}
+
+TEST_F(ReplayStreamTest, OtherUses_AreRefused) {
+  uint32_t third = 0;
+  EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_Index(stream_.Handle(), &third, 0)), ZMV_E_MEMORY);
+  EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_WriteBuffer(stream_.Handle(), reads_, "x", 1)), ZMV_E_NOT_SUPPORTED);
+  EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_Seek(stream_.Handle(), 5, 1)), ZMV_E_SEEK);
+  stream_.WriteFrom(1000);
+  MoveTo(10);
+  EXPECT_EQ(static_cast<uint32_t>(Write(ByteVector(5, 1))), ZMV_E_NOT_SUPPORTED);
+}
+
+// A source that hands out what its name says.
+class Letters final : public ReplayStream::Source {
+ public:
+  int32_t Generate(const void* name, ReplayStream& stream) override {
+    const std::string text(count, *static_cast<const char*>(name));
+    return stream.Append(text.data(), static_cast<uint32_t>(text.size()));
+  }
+  size_t count = 5;
+};
+
+TEST_F(ReplayStreamTest, Named_IsGenerated) {
+  Letters letters;
+  const char a = 'a', b = 'b';
+  stream_.Generate(&letters, &a, &b);
+  stream_.WriteFrom(1000);
+  Write(Text("<"));
+  EXPECT_EQ(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &b, 5), 5);
+  EXPECT_EQ(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &a, 5), 5);
+  EXPECT_EQ(stream_.Settle(false), 0);
+  EXPECT_EQ(ByteVector(file_.bytes().begin() + 1000, file_.bytes().end()), Text("<bbbbbaaaaa"));
+  letters.count = 4;
+  EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &a, 5)), ZMV_E_READ);
+}
+
+TEST_F(ReplayStreamTest, WantsUserData_AsPolicyAndFramesSay) {
+  ZMVRecoverReport report = {};
+  for (const bool carries : {false, true}) {
+    report.bUserData = carries ? 1 : 0;
+    EXPECT_EQ(recover::WantsUserData(ZMV_RECOVER_USER_DATA_AUTO, report), carries);
+    EXPECT_TRUE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_ALWAYS, report));
+    EXPECT_FALSE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_NEVER, report));
+  }
+}
+
+TEST_F(ReplayStreamTest, ResizedTables_HoldWholeEntries) {
+  ZMVStreamBuf* out = nullptr;
+  MP4WriterHandle* writer = nullptr;
+  const ZMVFileInfo info = SmallInfo(FourCC("H264"));
+  ASSERT_EQ(ZMVStreamBuf_Open(&out, "tables.mp4", 0, ZMV_STREAM_WRITE), 0);
+  ASSERT_EQ(MP4WriterOpen(&writer, out, 1, 1), 0);
+  ASSERT_EQ(MP4WriterSetInfo(writer, &info, 0), 0);
+  ASSERT_EQ(recover::ResizeTables(*writer, recover::kTableBytes), 0);
+  for (uint32_t i = 0; i < writer->m_dwTrackNum; ++i) {
+    const MP4WriterTrack& track = *writer->m_pTrack[i];
+    for (const MP4WriterTable* table : {&track.m_Stts, &track.m_Stsz, &track.m_Stco}) {
+      EXPECT_EQ(table->m_dwBufSize, recover::kTableBytes);
+      EXPECT_EQ(table->m_pPos, table->m_pBuf);
+    }
+    EXPECT_EQ(track.m_Stss.m_pBuf != nullptr, track.dwMediaType == ZMV_MEDIA_VIDEO);
+  }
+  static_assert(recover::kTableBytes % recover::kSmallestTableBytes == 0);
+  host_.Fail(HostCall::kMalloc, 3);
+  EXPECT_EQ(static_cast<uint32_t>(recover::ResizeTables(*writer, 48)), ZMV_E_MEMORY);
+  MP4WriterClose(writer);
+  ZMVStreamBuf_Close(out);
+  host_.ClearFailures();
+}
+
+}  // namespace
+}  // namespace zmv::test
