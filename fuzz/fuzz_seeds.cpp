@@ -42,10 +42,10 @@ int32_t Write(ZMVWriter* writer, uint32_t media, uint32_t size, uint64_t time, u
   return ZMVWriterWrite(writer, &frame);
 }
 
-int32_t Record(const std::string& path, uint32_t rounds, uint8_t interleave) {
-  const ZMVFileInfo info = Describe();
+int32_t Record(const std::string& path, uint32_t rounds, uint8_t interleave, uint32_t format = ZMV_FORMAT_MP4) {
+  ZMVFileInfo info = Describe();
   ZMVWriterParam param = {};
-  param.dwFormat = ZMV_FORMAT_MP4;
+  param.dwFormat = format;
   param.pszPath = path.c_str();
   param.bInterleave = interleave;
   param.llExpire = 1;
@@ -71,6 +71,7 @@ int main(int argc, char** argv) {
   }
   const std::string folder = argv[1];
   const bool done = Record(folder + "/seed_small.mp4", 3, 1) >= 0 && Record(folder + "/seed_spills.mp4", 14, 1) >= 0 &&
-                    Record(folder + "/seed_chunks.mp4", 14, 0) >= 0;
+                    Record(folder + "/seed_chunks.mp4", 14, 0) >= 0 &&
+                    Record(folder + "/seed_small.avi", 6, 1, ZMV_FORMAT_AVI) >= 0;
   return done ? 0 : 1;
 }

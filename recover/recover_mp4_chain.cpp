@@ -49,8 +49,7 @@ bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
 
 }  // namespace
 
-int32_t Chain::Open(const Front& front) {
-  file_end_ = window_.file().Size();
+int32_t Mp4Chain::Open(const Front& front) {
   const ZMVFileInfo& info = front.info;
   if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
   for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
@@ -59,52 +58,20 @@ int32_t Chain::Open(const Front& front) {
     length_[i] = length_known_[i] && BeginsWithLength(info.m_Video[i].dwFourCC);
   }
   compressed_audio_ = front.described_audio && IsCompressedAudio(info.m_Audio.dwFormat);
-  return FindWrittenEnd();
+  return FindEnds();
 }
 
-int32_t Chain::FindWrittenEnd() {
-  constexpr uint32_t kFirstStep = 4096;
-  constexpr uint32_t kStep = 128 * 1024;
-  uint64_t end = file_end_;
-  uint32_t step = kFirstStep;
-  while (end != 0) {
-    const uint32_t count = static_cast<uint32_t>(std::min<uint64_t>(step, end));
-    const uint8_t* bytes = window_.At(end - count, count);
-    if (bytes == nullptr) return window_.Error();
-    uint32_t left = count;
-    while (left != 0 && bytes[left - 1] == 0) --left;
-    if (left != 0) {
-      written_end_ = end - count + left;
-      return 0;
-    }
-    end -= count;
-    step = kStep;
-  }
-  written_end_ = 0;
-  return 0;
-}
-
-Chain::View Chain::Look(uint64_t position, uint32_t count) {
-  if (position >= file_end_) return {bytes_, 0};
-  count = static_cast<uint32_t>(std::min<uint64_t>(count, file_end_ - position));
-  if (const uint8_t* held = window_.Held(position, count); held != nullptr) return {held, count};
-  const int64_t got = window_.file().ReadAt(position, bytes_, count);
-  if (got >= 0) return {bytes_, static_cast<uint32_t>(std::min<int64_t>(got, count))};
-  if (error_ == 0) error_ = static_cast<int32_t>(got);
-  return {bytes_, 0};
-}
-
-Place Chain::At(uint64_t position) {
+Place Mp4Chain::At(uint64_t position) {
   Place place;
-  if (position >= written_end_) {
+  if (position >= written_end()) {
     place.item = Item::kEnd;
     return place;
   }
   const View view = Look(position, kRecordSize);
-  const uint64_t rest = file_end_ - position;
+  const uint64_t rest = file_end() - position;
   if (view.size == kRecordSize && ParseRecord(view.bytes, limits_, place.record)) {
     // Of a record without a payload at the end nothing tells that the zeros of its size were written.
-    const bool unwritten = place.record.size == 0 && position + kRecordSize > written_end_ && rest != kRecordSize;
+    const bool unwritten = place.record.size == 0 && position + kRecordSize > written_end() && rest != kRecordSize;
     place.item = unwritten || place.record.size > rest - kRecordSize ? Item::kRecordBeyond : Item::kRecord;
   } else if (view.size >= kTableHeaderSize && ParseTableHeader(view.bytes, place.table)) {
     place.item = place.table > rest - kTableHeaderSize ? Item::kTableBeyond : Item::kTable;
@@ -112,7 +79,7 @@ Place Chain::At(uint64_t position) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
-    const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end_ - position));
+    const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
     if (written < kRecordSize && BeginsRecord(view.bytes, written, limits_)) place.item = Item::kRecordBeyond;
     if (written < kTableHeaderSize && BeginsTable(view.bytes, written)) place.item = Item::kTableBeyond;
     if (written < mp4::kBoxHeaderSize && BeginsClosingBox(view.bytes, written)) place.item = Item::kBox;
@@ -120,7 +87,7 @@ Place Chain::At(uint64_t position) {
   return place;
 }
 
-Prefix Chain::CheckPrefix(const Record& record, uint64_t payload) {
+Prefix Mp4Chain::CheckPrefix(const Record& record, uint64_t payload) {
   if (record.media != ZMV_MEDIA_VIDEO || record.size < kLengthSize) return Prefix::kNone;
   const bool known = length_known_[record.track];
   if (known && !length_[record.track]) return Prefix::kNone;
@@ -129,11 +96,11 @@ Prefix Chain::CheckPrefix(const Record& record, uint64_t payload) {
   return known ? Prefix::kWrong : Prefix::kNone;
 }
 
-Reading Chain::At(const Record& record, uint64_t payload) {
+Reading Mp4Chain::At(const Record& record, uint64_t payload) {
   Reading reading;
   reading.payload = payload;
-  reading.end = payload + record.size;
-  if (reading.end > file_end_) return reading;
+  reading.end = reading.next = payload + record.size;
+  if (reading.end > file_end()) return reading;
   reading.possible = true;
   reading.behind = At(reading.end);
   reading.prefix = CheckPrefix(record, payload);
@@ -141,12 +108,12 @@ Reading Chain::At(const Record& record, uint64_t payload) {
 }
 
 // True when a table that was cut off can stand here, so that it cannot be told from the payload.
-bool Chain::MayBeTable(uint64_t position) {
+bool Mp4Chain::MayBeTable(uint64_t position) {
   const Item item = At(position).item;
   return item == Item::kTable || item == Item::kTableBeyond;
 }
 
-Reading Chain::Read(const Record& record, uint64_t position) {
+Reading Mp4Chain::Read(const Record& record, uint64_t position) {
   uint64_t payload = position + kRecordSize;
   Reading reading = At(record, payload);
   if (!MayBeTable(payload) || reading.prefix == Prefix::kRight) return reading;
@@ -169,7 +136,7 @@ Reading Chain::Read(const Record& record, uint64_t position) {
   return best;
 }
 
-bool Chain::BeginsItem(uint64_t position) {
+bool Mp4Chain::BeginsItem(uint64_t position) {
   const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
   const auto begins = [&](uint32_t count) {
     return BeginsRecord(rest.bytes, count, limits_) || BeginsTable(rest.bytes, count) ||
@@ -182,23 +149,13 @@ bool Chain::BeginsItem(uint64_t position) {
   return written != rest.size && begins(written);
 }
 
-bool Chain::BeginsTableAt(uint64_t position) {
+bool Mp4Chain::BeginsTableAt(uint64_t position) {
   const auto rest = static_cast<uint32_t>(SectorEnd(position) - position);
   const View view = Look(position, std::min(rest, kTableHeaderSize));
   return BeginsTable(view.bytes, view.size);
 }
 
-bool Chain::RestIsZero(uint64_t position) {
-  const View view = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  return AllZero(view.bytes, view.size);
-}
-
-bool Chain::IsZero(uint64_t position) {
-  const View view = Look(position, 1);
-  return AllZero(view.bytes, view.size);
-}
-
-bool Chain::Compressed(const Record& record) const {
+bool Mp4Chain::Compressed(const Record& record) const {
   return record.media == ZMV_MEDIA_VIDEO || (record.media == ZMV_MEDIA_AUDIO && compressed_audio_);
 }
 

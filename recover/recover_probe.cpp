@@ -1,6 +1,7 @@
 #include "recover/recover_probe.h"
 
 #include "base/host_memory.h"
+#include "recover/recover_avi_front.h"
 #include "recover/recover_module.h"
 #include "recover/recover_mp4_scan.h"
 #include "recover/recover_mp4_tables.h"
@@ -8,9 +9,15 @@
 namespace zmv::recover {
 namespace {
 
+int32_t RecogniseRest(File&, bool& recognised) {
+  recognised = true;
+  return 0;
+}
+
 // One row for each container. The last one takes what is left.
 constexpr Container kContainers[] = {
-    {.Recognise = [](File&) { return true; }, .Probe = &ProbeMp4},
+    {.Recognise = &RecogniseAvi, .Probe = &ProbeAvi, .ToFile = &RecoverAviToFile, .InPlace = &RecoverAviInPlace},
+    {.Recognise = &RecogniseRest, .Probe = &ProbeMp4, .ToFile = &RecoverMp4ToFile, .InPlace = &RecoverMp4InPlace},
 };
 
 bool WantsUserData(const ZMVRecoverParam& param, const ZMVRecoverReport& report) {
@@ -43,15 +50,21 @@ int32_t ScanAndCompare(Mp4Scan& scan, Mp4Tables& tables) {
 
 }  // namespace
 
-const Container& ContainerOf(File& file) {
-  const Container* container = kContainers;
-  while (!container->Recognise(file)) ++container;
-  return *container;
+int32_t FindContainer(File& file, const Container** container) {
+  for (const Container& row : kContainers) {
+    bool recognised = false;
+    if (const int32_t result = row.Recognise(file, recognised); Failed(result)) return result;
+    *container = &row;
+    if (recognised) break;
+  }
+  return 0;
 }
 
 int32_t ProbeFile(File& file, const ZMVRecoverParam& param, Finding& finding) {
   finding = {};
-  return ContainerOf(file).Probe(file, param, finding);
+  const Container* container = nullptr;
+  if (const int32_t result = FindContainer(file, &container); Failed(result)) return result;
+  return container->Probe(file, param, finding);
 }
 
 int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {

@@ -4,6 +4,7 @@
 #include "recover/recover_in_place.h"
 #include "recover/recover_mp4_scan.h"
 #include "recover/recover_mp4_tables.h"
+#include "recover/recover_passes.h"
 #include "recover/recover_probe.h"
 #include "recover/recover_record_walk.h"
 #include "recover/recover_to_file.h"
@@ -11,28 +12,6 @@
 
 namespace zmv::recover {
 namespace {
-
-// The caller's progress over several passes, each of which counts from nothing to `pass_bytes`.
-struct Passes {
-  const ZMVRecoverParam& param;
-  uint64_t pass_bytes;
-  uint32_t passes;
-  uint32_t done = 0;
-};
-
-uint32_t TellPasses(void* context, uint64_t done, uint64_t) {
-  const Passes& passes = *static_cast<Passes*>(context);
-  const uint64_t before = passes.pass_bytes * passes.done;
-  return passes.param.pfnProgress(passes.param.pContext, before + done, passes.pass_bytes * passes.passes);
-}
-
-ZMVRecoverParam ParamOf(Passes& passes) {
-  ZMVRecoverParam param = passes.param;
-  if (param.pfnProgress == nullptr) return param;
-  param.pfnProgress = &TellPasses;
-  param.pContext = &passes;
-  return param;
-}
 
 // The frames of a scan, with a look at the tables that the file has, which tell a whole recording from a cut one.
 class ComparedScan final : public Scan {
@@ -68,10 +47,6 @@ class ComparedScan final : public Scan {
   int32_t result_ = 0;
 };
 
-int32_t CheckOwn(const ZMVRecoverReport& report) {
-  return report.dwState == ZMV_RECOVER_FOREIGN ? Result(ZMV_E_UNSUPPORTED_FORMAT) : 0;
-}
-
 // The frames of a file without damage stand where their records say; otherwise it takes another scan to tell.
 bool RecordsTell(const ZMVRecoverReport& report) { return report.dwHoles == 0 && report.dwDropped == 0; }
 
@@ -86,7 +61,7 @@ int32_t Complete(File& file, const ZMVRecoverParam& param, const Finding& findin
   Window window(file);
   Front front;
   if (!ReadFront(window, front)) return Failed(window.Error()) ? window.Error() : Result(ZMV_E_UNSUPPORTED_FORMAT);
-  Chain chain(window);
+  Mp4Chain chain(window);
   if (const int32_t result = chain.Open(front); Failed(result)) return result;
   const ZMVRecoverReport& report = finding.report;
   Progress progress(param, file.Size());
@@ -120,7 +95,7 @@ bool DescribeByFront(File& source, const ZMVRecoverParam& param, ZMVFileInfo& in
 
 }  // namespace
 
-int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {
+int32_t RecoverMp4ToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {
   Finding finding = {};
   const bool described = DescribeByFront(source, param, finding.info);
   Passes passes = {param, source.Size(), described ? 1u : 2u};
@@ -146,7 +121,7 @@ int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverRepo
   return CheckOwn(report);
 }
 
-int32_t RecoverInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes) {
+int32_t RecoverMp4InPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes) {
   Passes passes = {param, file.Size(), 2};
   const ZMVRecoverParam pass = ParamOf(passes);
   Finding finding;
@@ -159,6 +134,18 @@ int32_t RecoverInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRepor
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
   passes.done = 1;
   return Complete(file, pass, finding, table_bytes);
+}
+
+int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {
+  const Container* container = nullptr;
+  if (const int32_t result = FindContainer(source, &container); Failed(result)) return result;
+  return container->ToFile(source, param, report);
+}
+
+int32_t RecoverInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverReport& report, uint32_t table_bytes) {
+  const Container* container = nullptr;
+  if (const int32_t result = FindContainer(file, &container); Failed(result)) return result;
+  return container->InPlace(file, param, report, table_bytes);
 }
 
 }  // namespace zmv::recover

@@ -29,7 +29,7 @@ constexpr uint32_t kReadCursor = 1;  // the container's second one
 
 class NewRecording {
  public:
-  explicit NewRecording(const ToFileJob& job) : job_(job) {}
+  explicit NewRecording(const ToFileJob& job) : job_(job), info_(job.info) {}
   ~NewRecording() {
     if (writer_ != nullptr) ZMVWriterClose(writer_);
   }
@@ -52,6 +52,7 @@ class NewRecording {
   bool IsLengthPrefixed(const FoundFrame& found) const;
 
   const ToFileJob& job_;
+  ZMVFileInfo info_;  // the writer completes the description of sound
   ZMVWriter* writer_ = nullptr;
 };
 
@@ -62,8 +63,7 @@ int32_t NewRecording::Open() {
   param.bInterleave = 1;
   param.llExpire = kShortHorizon;
   if (const int32_t result = ZMVWriterOpen(&writer_, &param); Failed(result)) return result;
-  ZMVFileInfo info = job_.info;  // the writer's own to write to
-  if (const int32_t result = ZMVWriterSetInfo(writer_, &info, 0); Failed(result)) return result;
+  if (const int32_t result = ZMVWriterSetInfo(writer_, &info_, 0); Failed(result)) return result;
   ZMVWriterSetSync(writer_, 1);
   return IsMp4() ? ResizeTables(Mp4(), kTableBytes) : 0;
 }

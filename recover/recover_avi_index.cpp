@@ -1,0 +1,87 @@
+#include "recover/recover_avi_index.h"
+
+#include "base/byte_order.h"
+#include "base/fourcc.h"
+#include "base/zmv_result.h"
+#include "recover/recover_avi_search.h"
+
+namespace zmv::recover {
+namespace {
+
+using namespace zmv::avi;
+
+constexpr uint32_t kFieldSize = 4;
+constexpr uint32_t kRiffSize = 4;     // position of the size of the form
+constexpr uint32_t kMainFrames = 16;  // in the data of "avih"
+constexpr uint32_t kStreamLength = 32;
+
+// Fields of an index entry.
+constexpr uint32_t kEntryOffset = 8;
+constexpr uint32_t kEntrySize = 12;
+
+}  // namespace
+
+// Null when the bytes are not in the file, and after a failure.
+const uint8_t* AviIndexCheck::Read(uint64_t position, uint32_t count) { return window_.At(position, count); }
+
+int32_t AviIndexCheck::Open(const AviFront& front) {
+  front_ = &front;
+  movi_ = front.front.mdat + kChunkHeaderSize;
+  agrees_ = false;
+  if (!front.front.sound || front.front.mdat_size < kFieldSize) return 0;
+  const uint64_t index = movi_ + front.front.mdat_size;
+  const uint8_t* head = Read(index, kChunkHeaderSize);
+  if (head == nullptr) return window_.Error();
+  const uint32_t size = LoadLE32(head + kFieldSize);
+  next_ = index + kChunkHeaderSize;
+  end_ = next_ + size;
+  agrees_ = LoadLE32(head) == FourCC("idx1") && size % kIdx1EntrySize == 0 && end_ <= file_.Size();
+  return 0;
+}
+
+// Frames that are damaged have entries, too.
+int32_t AviIndexCheck::Check(const FoundFrame& frame, uint32_t number) {
+  ++frames_[number];
+  const uint64_t offset = frame.position - movi_;
+  while (agrees_) {
+    const uint8_t* entry = next_ < end_ ? Read(next_, kIdx1EntrySize) : nullptr;
+    if (entry == nullptr) {
+      agrees_ = false;
+      return window_.Error();
+    }
+    next_ += kIdx1EntrySize;
+    const uint32_t entry_offset = LoadLE32(entry + kEntryOffset);
+    if (entry_offset < offset) continue;
+    uint32_t stream = 0;
+    uint32_t media = 0;
+    uint32_t flags = 0;
+    agrees_ = entry_offset == offset && ParseChunkHeader(entry, stream, media, flags) && stream == number &&
+              media == frame.media && LoadLE32(entry + kEntrySize) == frame.size;
+    return 0;
+  }
+  return 0;
+}
+
+// The counts cover what was recorded, which can be more than what is found.
+bool AviIndexCheck::CountsAgree() {
+  uint64_t videos = 0;
+  for (uint32_t i = 0; i < front_->stream_count; ++i) {
+    const AviStream& stream = front_->streams[i];
+    const uint8_t* length = Read(stream.header + kStreamLength, kFieldSize);
+    if (length == nullptr || LoadLE32(length) < frames_[i]) return false;
+    if (stream.media == ZMV_MEDIA_VIDEO) videos += frames_[i];
+  }
+  const uint8_t* frames = Read(front_->main_header + kMainFrames, kFieldSize);
+  return frames != nullptr && LoadLE32(frames) >= videos;
+}
+
+int32_t AviIndexCheck::Finish(uint64_t items_end) {
+  if (!agrees_) return 0;
+  const uint8_t* riff = Read(kRiffSize, kFieldSize);
+  const bool sized = riff != nullptr && uint64_t{LoadLE32(riff)} + kChunkHeaderSize >= end_ &&
+                     uint64_t{LoadLE32(riff)} + kChunkHeaderSize <= file_.Size();
+  agrees_ = sized && items_end == movi_ + front_->front.mdat_size && CountsAgree();
+  return window_.Error();
+}
+
+}  // namespace zmv::recover

@@ -1,0 +1,38 @@
+// The frames of an AVI recording. Their times are uniform: the rates are all that the file tells of them.
+#ifndef ZMV_RECOVER_AVI_SCAN_H
+#define ZMV_RECOVER_AVI_SCAN_H
+
+#include "recover/recover_avi_chain.h"
+#include "recover/recover_avi_front.h"
+#include "recover/recover_chain_scan.h"
+
+namespace zmv::recover {
+
+class AviScan final : public ChainScan {
+ public:
+  // `progress` may be null.
+  explicit AviScan(File& file, Progress* progress = nullptr) : ChainScan(file, progress), chain_(window_) {}
+
+  // Reads the front. `given` (may be null) describes streams whose headers are lost. 0; ZMV_E_UNSUPPORTED_FORMAT for a
+  // file that cannot be a recording of this library; ZMV_E_READ, ZMV_E_MEMORY, ZMV_E_CANCELLED.
+  int32_t Open(const ZMVFileInfo* given);
+
+  const AviFront& avi() const { return avi_; }
+  // The number in the headers, and in the names of chunks, of the stream of a frame.
+  uint32_t NumberOf(const FoundFrame& frame) const { return NumberOf(frame.media, frame.track); }
+
+ private:
+  const Front& front() const override { return avi_.front; }
+  Chain& chain() override { return chain_; }
+  void Accept(const Record& record, FoundFrame& frame) override;
+  uint32_t NumberOf(uint32_t media, uint32_t track) const;
+  uint64_t StatedEnd();
+
+  AviFront avi_;
+  AviChain chain_;
+  uint64_t units_[avi::kMaxStreams] = {};  // frames, or samples, so far
+};
+
+}  // namespace zmv::recover
+
+#endif

@@ -1,0 +1,226 @@
+// Damaged AVI recordings: a lost sector loses the frames it touches, and nothing wrong is delivered.
+#include <random>
+
+#include "recover/recover_avi_scan.h"
+#include "tests/recover/avi_recovery_test.h"
+#include "tests/support/memory_file.h"
+
+namespace zmv::test {
+namespace {
+
+constexpr uint64_t kSector = 512;
+
+enum class Allow { kNothing, kUncompressed, kAnyMedium };
+
+struct AviFound {
+  uint64_t position;
+  uint32_t media;
+  uint32_t track;
+  bool key;
+  ByteVector bytes;
+};
+
+class AviDamage : public AviRecoveryTest {
+ protected:
+  std::vector<AviFound> Scan(ByteVector bytes) {
+    StoredFile file(std::move(bytes));
+    std::vector<AviFound> found;
+    recover::AviScan scan(file);
+    result_ = scan.Open(param_.pDescription);
+    recover::FoundFrame frame;
+    while (result_ == 0 && scan.Next(frame)) {
+      found.push_back(
+          {frame.position, frame.media, frame.track, frame.key, ByteVector(frame.bytes, frame.bytes + frame.size)});
+    }
+    if (result_ == 0) result_ = scan.Result();
+    report_ = scan.Report();
+    return found;
+  }
+
+  // Every untouched frame in order, and of the touched ones only those that cannot be told from sound ones: with their
+  // own place and size.
+  std::string OnlyTouchedAreLost(const std::vector<AviFound>& found, const std::vector<AviFrame>& frames, uint64_t from,
+                                 uint64_t to, Allow allow) {
+    if (result_ != 0) return "result " + std::to_string(result_);
+    size_t next = 0;
+    for (size_t i = 0; i < frames.size(); ++i) {
+      const AviFrame& frame = frames[i];
+      const std::string name = "frame " + std::to_string(i) + " at " + std::to_string(frame.position);
+      const bool here = next < found.size() && found[next].position == frame.position;
+      if (here) {
+        const AviFound& one = found[next];
+        if (one.media != frame.media || one.track != frame.track || one.bytes.size() != frame.payload.size()) {
+          return name + " is another";
+        }
+      }
+      if (frame.position >= to || frame.end <= from) {
+        if (!here) return name + " is lost";
+        if (found[next].bytes != frame.payload) return name + " is changed";
+        if (frame.media == ZMV_MEDIA_VIDEO && found[next].key != frame.key) return name + " has another key flag";
+      } else if (here) {
+        const bool text = frame.media == ZMV_MEDIA_TEXT;
+        const bool told = allow == Allow::kAnyMedium || (allow == Allow::kUncompressed && text);
+        if (!told && found[next].bytes != frame.payload) return name + " is delivered";
+      }
+      if (here) ++next;
+    }
+    return next == found.size() ? "" : "invented at " + std::to_string(found[next].position);
+  }
+
+  const ZMVFileInfo given_ = AviInfo();
+
+  AviRecording Mixed(uint32_t seed, uint32_t rounds = 24) {
+    std::mt19937 random(seed);
+    std::vector<AviFrame> frames;
+    for (uint32_t i = 0; i < rounds; ++i) {
+      const bool key = i % 4 == 0;
+      frames.push_back({ZMV_MEDIA_VIDEO, 0, 40 * i, 40, key,
+                        Picture(FourCC("H264"), key, seed * 1000 + i, 25 + random() % (key ? 4000 : 300))});
+      frames.push_back({ZMV_MEDIA_AUDIO, 0, 40 * i, 40, true, AviNoise(seed * 1000 + 300 + i, 1 + random() % 300)});
+      ByteVector text = AviNoise(seed * 1000 + 600 + i, 90 + random() % 20);
+      for (size_t k = 0; k < text.size(); k += 2) text[k] = 0;
+      frames.push_back({ZMV_MEDIA_TEXT, 0, 40 * i, 40, true, text});
+    }
+    return RecordAvi(AviInfo(), frames);
+  }
+
+  static void Fill(ByteVector& bytes, uint64_t from, uint64_t to, std::mt19937* noise) {
+    for (uint64_t i = from; i < to; ++i) bytes[i] = noise != nullptr ? static_cast<uint8_t>((*noise)()) : uint8_t{0};
+  }
+};
+
+TEST_F(AviDamage, AnySectorBehindTheFront_LosesOnlyTheFramesItTouches) {
+  for (uint32_t seed = 1; seed <= 60; ++seed) {
+    const AviRecording recording = Mixed(seed);
+    std::mt19937 noise(seed);
+    for (const bool zeros : {true, false}) {
+      for (const ByteVector* whole : {&recording.open, &recording.closed}) {
+        for (uint64_t from = recording.FirstChunk() / kSector * kSector + kSector; from < whole->size();
+             from += kSector) {
+          const uint64_t to = std::min<uint64_t>(from + kSector, whole->size());
+          ByteVector bytes = *whole;
+          Fill(bytes, from, to, zeros ? nullptr : &noise);
+          ASSERT_EQ(OnlyTouchedAreLost(Scan(bytes), recording.frames, from, to,
+                                       zeros ? Allow::kUncompressed : Allow::kAnyMedium),
+                    "")
+              << "seed " << seed << " sector at " << from << (zeros ? " of zeros" : " of noise")
+              << (whole == &recording.open ? ", open" : ", closed");
+        }
+      }
+    }
+  }
+}
+
+// With the streams given, what stands behind lost headers comes back as if they were there.
+TEST_F(AviDamage, AnySectorOfTheFront_LosesNoFrameBehindIt) {
+  param_.pDescription = &given_;
+  for (uint32_t seed = 1; seed <= 30; ++seed) {
+    const AviRecording recording = Mixed(seed, 8);
+    std::mt19937 noise(seed);
+    for (const bool zeros : {true, false}) {
+      for (uint64_t from = 0; from <= recording.FirstChunk(); from += kSector) {
+        ByteVector bytes = recording.open;
+        Fill(bytes, from, from + kSector, zeros ? nullptr : &noise);
+        ASSERT_EQ(OnlyTouchedAreLost(Scan(bytes), recording.frames, from, from + kSector,
+                                     zeros ? Allow::kUncompressed : Allow::kAnyMedium),
+                  "")
+            << "seed " << seed << " sector at " << from << (zeros ? " of zeros" : " of noise");
+        const ByteVector before = bytes;
+        InPlace(bytes);
+        if (report_.dwState == ZMV_RECOVER_DAMAGED) {
+          EXPECT_EQ(ToFile(bytes).empty(), false) << from;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(AviDamage, LostFront_IsDescribedPlainlyOrByTheCaller) {
+  const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
+  ByteVector bytes = recording.open;
+  Fill(bytes, 0, kSector, nullptr);
+  const ByteVector plain = ToFile(bytes);
+  ASSERT_EQ(result_, 0);
+  EXPECT_EQ(CompareAvi(plain, AviInfo(), recording.frames), "");
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_DAMAGED);
+  EXPECT_EQ(report_.bCanInPlace, 0);
+  for (uint32_t i = 0; i < report_.dwStreamCount; ++i) EXPECT_EQ(report_.Stream[i].bDescribed, 0);
+  LogFile file(bytes);
+  EXPECT_EQ(recover::RecoverInPlace(file, param_, report_), Result(ZMV_E_NOT_SUPPORTED));
+  EXPECT_TRUE(file.log().empty());
+
+  param_.pDescription = &given_;
+  const ByteVector described = ToFile(bytes);
+  EXPECT_EQ(CompareAvi(described, AviInfo(), recording.frames), "");
+  const auto video = std::search(described.begin(), described.end(), "vids", "vids" + 4);
+  EXPECT_EQ(LoadLE32(&video[24]), 25000u);
+}
+
+// In place the damaged stretch stays where it is; the index leads past it.
+TEST_F(AviDamage, InPlaceAndToFile_HoldTheSameFrames) {
+  const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
+  std::mt19937 noise(3);
+  for (uint64_t from = recording.FirstChunk() / kSector * kSector + kSector; from + 1500 < recording.open.size();
+       from += kSector) {
+    ByteVector bytes = recording.open;
+    Fill(bytes, from, from + kSector, nullptr);
+    std::vector<AviFrame> frames;
+    for (const AviFound& found : Scan(bytes)) {
+      const auto frame = std::find_if(recording.frames.begin(), recording.frames.end(),
+                                      [&](const AviFrame& one) { return one.position == found.position; });
+      ASSERT_NE(frame, recording.frames.end());
+      frames.push_back(*frame);
+      frames.back().payload = found.bytes;
+    }
+    ASSERT_LT(frames.size(), recording.frames.size());
+    EXPECT_EQ(CompareAvi(InPlace(bytes), AviInfo(), frames, false), "") << from;
+    EXPECT_EQ(report_.dwState, ZMV_RECOVER_DAMAGED);
+    EXPECT_EQ(CompareAvi(ToFile(bytes), AviInfo(), frames), "") << from;
+  }
+}
+
+TEST_F(AviDamage, LostRun_IsAHoleWithItsPlaceAndLength) {
+  const AviRecording recording = Mixed(2);
+  const uint64_t from = (recording.frames[15].position / kSector + 1) * kSector;
+  const uint64_t to = from + 4 * kSector;
+  ByteVector bytes = recording.open;
+  std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), uint8_t{0xEE});
+  Scan(bytes);
+  ASSERT_EQ(report_.dwHoles, 1u);
+  EXPECT_GE(report_.Hole[0].llPosition + kSector, from);
+  EXPECT_LE(report_.Hole[0].llPosition, to);
+  EXPECT_GE(report_.Hole[0].llPosition + report_.Hole[0].llLength, to);
+  EXPECT_EQ(report_.llHoleBytes, report_.Hole[0].llLength);
+}
+
+// A closed recording that is damaged is not closed once more.
+TEST_F(AviDamage, ClosedAndDamaged_IsLeftAloneInPlace) {
+  const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
+  ByteVector bytes = recording.closed;
+  const uint64_t from = (recording.FirstChunk() / kSector + 2) * kSector;
+  Fill(bytes, from, from + kSector, nullptr);
+  LogFile file(bytes);
+  EXPECT_EQ(recover::RecoverInPlace(file, param_, report_), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_DAMAGED);
+  EXPECT_TRUE(file.log().empty());
+}
+
+TEST_F(AviDamage, RandomFiles_EndWithoutAFault) {
+  const AviRecording recording = Mixed(9, 6);
+  std::mt19937 random(11);
+  for (int i = 0; i < 3000; ++i) {
+    ByteVector bytes = recording.closed;
+    for (uint32_t k = 0; k < 1 + random() % 12; ++k) bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
+    if (random() % 3 == 0) bytes.resize(random() % bytes.size());
+    ToFile(bytes);
+    const ByteVector completed = InPlace(bytes);
+    if (result_ == 0 && report_.dwState != ZMV_RECOVER_FOREIGN) {
+      const uint32_t frames = report_.dwFrames;
+      InPlace(completed);
+      ASSERT_EQ(report_.dwFrames, frames) << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace zmv::test
