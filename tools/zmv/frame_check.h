@@ -6,7 +6,7 @@
 #include <string>
 
 #include "recover/zmvrecover.h"
-#include "tools/zmv/box_scan.h"
+#include "tools/zmv/file_map.h"
 #include "tools/zmv/console.h"
 
 namespace zmv::tool {
