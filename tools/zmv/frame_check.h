@@ -6,8 +6,8 @@
 #include <string>
 
 #include "recover/zmvrecover.h"
-#include "tools/zmv/file_map.h"
 #include "tools/zmv/console.h"
+#include "tools/zmv/file_map.h"
 
 namespace zmv::tool {
 
