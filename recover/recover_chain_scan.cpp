@@ -54,6 +54,12 @@ void ChainScan::StartAtFront(uint64_t media_end) {
   if (front().cut) EndAt(front().end);
 }
 
+void ChainScan::SearchFirst() {
+  uint64_t found = 0;
+  if (done_ || !Search(position_, UINT64_MAX, found)) return;
+  if (found != position_) Skip(position_, found);
+}
+
 bool ChainScan::Next(FoundFrame& frame) {
   while (!done_) {
     if (progress_ != nullptr && !progress_->Reached(position_)) return Fail(zmv::Result(ZMV_E_CANCELLED));

@@ -48,6 +48,8 @@ class ChainScan : public Scan {
   bool Fail(int32_t result);
   // Lists the streams and goes to the first item. `media_end`: as the header of a closed file states it; 0 = not known.
   void StartAtFront(uint64_t media_end);
+  // Goes on to the first frame: what stands in front of it is no part of the chain, whatever it looks like.
+  void SearchFirst();
 
   Window window_;
   Streams streams_;

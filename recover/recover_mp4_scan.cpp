@@ -15,7 +15,9 @@ int32_t Mp4Scan::Open() {
   const uint64_t stated = front_.mdat + front_.mdat_size;
   const bool closed = front_.mdat_size > mp4::kBoxHeaderSize && stated <= report_.llFileSize;
   StartAtFront(closed ? stated : 0);
-  return 0;
+  // Where the header of the media data is lost, what is left of the front can look like the boxes behind the frames.
+  if (front_.mdat == 0) SearchFirst();
+  return Result();
 }
 
 void Mp4Scan::Accept(const Record& record, FoundFrame& frame) {

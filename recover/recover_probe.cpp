@@ -75,6 +75,7 @@ int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {
   finding.report = scan.Report();
   if (result == Result(ZMV_E_UNSUPPORTED_FORMAT)) return 0;
   if (!Failed(result)) result = tables.Open(scan.front());
+  finding.closed = tables.Agree();
   if (!Failed(result)) result = ScanAndCompare(scan, tables);
   if (Failed(result)) return result;
 

@@ -10,6 +10,7 @@ namespace zmv::recover {
 struct Finding {
   ZMVRecoverReport report;
   ZMVFileInfo info;  // the streams as they will be described
+  bool closed;       // its boxes are all there, and its index has the form that closing gives it
   bool complete;     // closed, and its tables agree with the frames that were found, whatever is missing between them
 };
 

@@ -129,8 +129,10 @@ int32_t RecoverMp4InPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
   report = finding.report;
   if (Failed(probed)) return probed;
   if (const int32_t result = CheckOwn(report); Failed(result)) return result;
-  // Nothing is missing behind the frames, whatever may be missing between them.
-  if (finding.complete) return 0;
+  // Nothing is missing behind the frames, whatever may be missing between them. The index of a closed recording has
+  // more than can be found behind damage, and damage may be what only looks so.
+  const bool damaged = report.dwHoles != 0 || report.dwDropped != 0;
+  if (finding.complete || (finding.closed && damaged)) return 0;
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
   passes.done = 1;
   return Complete(file, pass, finding, table_bytes);

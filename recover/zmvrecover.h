@@ -112,8 +112,8 @@ ZMV_API int32_t ZMVRecoverToFile(const ZMVRecoverParam* param, ZMVRecoverReport*
 /*
  * Completes the recording where it stands: appends what is missing behind the last complete frame, puts that on the
  * storage medium, and patches the sizes last. A call that ends early, by a failure or another power cut, leaves a file
- * from which the same frames come back. A file that is whole is left alone (0). 0; the codes of Probe;
- * ZMV_E_UNSUPPORTED_FORMAT for a foreign file; ZMV_E_NOT_SUPPORTED when bCanInPlace is 0; ZMV_E_WRITE.
+ * from which the same frames come back. A file that is whole, or was closed and is damaged, is left alone (0). 0; the
+ * codes of Probe; ZMV_E_UNSUPPORTED_FORMAT for a foreign file; ZMV_E_NOT_SUPPORTED when bCanInPlace is 0; ZMV_E_WRITE.
  */
 ZMV_API int32_t ZMVRecoverInPlace(const ZMVRecoverParam* param, ZMVRecoverReport* report);
 

@@ -47,8 +47,8 @@ struct Mixed {
   ByteVector file;
   std::vector<StoredFrame> frames;
 
-  explicit Mixed(uint32_t seed, uint32_t rounds = 30) {
-    FrameLog log(SmallInfo(), 1);
+  explicit Mixed(uint32_t seed, uint32_t rounds = 30, const ZMVFileInfo& info = SmallInfo()) {
+    FrameLog log(info, 1);
     Noise noise(seed);
     for (uint32_t i = 0; i < rounds; ++i) {
       const uint64_t time = 1000 * i;
@@ -73,6 +73,27 @@ TEST_F(Mp4Damage, AnySectorOfZeros_LosesOnlyTheFramesItTouches) {
       if (HasFatalFailure()) return;
     }
   }
+}
+
+// The front ends anywhere, so that its last box can begin in one sector and end in the one with the media header.
+TEST_F(Mp4Damage, SectorWithTheMediaHeader_LosesOnlyTheFramesItTouches) {
+  uint32_t straddling = 0;
+  for (uint32_t more = 0; more < 450; ++more) {
+    ZMVFileInfo info = SmallInfo();
+    std::fill_n(info.m_Video[0].abExtraData + info.m_Video[0].dwExtraDataSize, more, uint8_t{0xAA});
+    info.m_Video[0].dwExtraDataSize += more;
+    const Mixed mixed(1, 6, info);
+    const size_t media = mixed.DataStart() - 8;
+    const size_t from = media / kSector * kSector;
+    if (from == 0) continue;  // the descriptions would be lost as well
+    if (media - from < 23) ++straddling;
+    const size_t to = std::min(from + kSector, mixed.file.size());
+    ByteVector bytes = mixed.file;
+    std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0);
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, from, to, Allow::kUncompressed);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_GT(straddling, 5u);
 }
 
 TEST_F(Mp4Damage, AnySectorOfNoise_LosesOnlyTheFramesItTouches) {
