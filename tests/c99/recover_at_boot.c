@@ -66,8 +66,10 @@ static int load(const char* path) {
 
 static int store(const char* path, size_t size) {
   FILE* file = fopen(path, "wb");
+  size_t written;
   if (!check(file != NULL, "a file was not created")) return 0;
-  return check((fwrite(g_file, 1, size, file) == size) & (fclose(file) == 0), "a file was not written");
+  written = fwrite(g_file, 1, size, file);
+  return check(fclose(file) == 0 && written == size, "a file was not written");
 }
 
 static size_t find(const char* tag) {

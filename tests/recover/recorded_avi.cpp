@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "avi/zmvstream_avi_writer.h"
 #include "base/byte_order.h"
@@ -48,8 +47,7 @@ std::string CodeOf(const ZMVFileInfo& info, const AviFrame& frame) {
 
 // Position of the movi list's header; 0 = none. The chunks in front of it are walked.
 uint64_t MoviOf(const ByteVector& file) {
-  constexpr std::string_view kCode = "movi";
-  const auto found = std::search(file.begin(), file.end(), kCode.begin(), kCode.end());
+  const auto found = FindCode(file, "movi");
   return found == file.end() ? 0 : static_cast<uint64_t>(found - file.begin()) - 8;
 }
 

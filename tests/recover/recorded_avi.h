@@ -2,16 +2,23 @@
 #ifndef ZMV_TESTS_RECORDED_AVI_H
 #define ZMV_TESTS_RECORDED_AVI_H
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "facade/zmvstream_media.h"
 #include "tests/support/scripted_host.h"
 
 namespace zmv::test {
+
+// Where a code stands first in a file; its end when it does not.
+inline auto FindCode(const ByteVector& bytes, std::string_view code) {
+  return std::search(bytes.begin(), bytes.end(), code.begin(), code.end());
+}
 
 inline constexpr const char* kAviPath = "recorded.avi";
 

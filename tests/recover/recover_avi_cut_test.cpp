@@ -89,9 +89,9 @@ TEST_F(AviCut, ToFile_KeepsEveryHeader) {
   const ByteVector made = ToFile(recording.open);
   ASSERT_EQ(result_, 0);
   const auto without_junk = [](const ByteVector& file) {
-    const auto junk = std::search(file.begin(), file.end(), "JUNK", "JUNK" + 4);
+    const auto junk = FindCode(file, "JUNK");
     const auto behind = junk + 8 + LoadLE32(&junk[4]);
-    const auto end = std::search(file.begin(), file.end(), "idx1", "idx1" + 4);
+    const auto end = FindCode(file, "idx1");
     ByteVector bytes(file.begin(), junk);
     bytes.insert(bytes.end(), behind, end);
     StoreLE32(&bytes[4], 0);
@@ -107,7 +107,7 @@ TEST_F(AviCut, MeasuredRate_IsTheDeclaredOne) {
   const AviRecording recording = RecordAvi(info, AviFrames());
   const ByteVector completed = InPlace(recording.open);
   ASSERT_EQ(completed.size(), recording.closed.size());
-  const auto header = std::search(completed.begin(), completed.end(), "vids", "vids" + 4);
+  const auto header = FindCode(completed, "vids");
   const size_t rate = static_cast<size_t>(header - completed.begin()) + 24;
   EXPECT_EQ(LoadLE32(&completed[rate]), 26000u);
   EXPECT_EQ(LoadLE32(&recording.closed[rate]), 25000u);

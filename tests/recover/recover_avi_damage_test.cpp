@@ -152,7 +152,7 @@ TEST_F(AviDamage, LostFront_IsDescribedPlainlyOrByTheCaller) {
   param_.pDescription = &given_;
   const ByteVector described = ToFile(bytes);
   EXPECT_EQ(CompareAvi(described, AviInfo(), recording.frames), "");
-  const auto video = std::search(described.begin(), described.end(), "vids", "vids" + 4);
+  const auto video = FindCode(described, "vids");
   EXPECT_EQ(LoadLE32(&video[24]), 25000u);
 }
 

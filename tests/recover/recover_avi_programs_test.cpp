@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 
 #include "facade/zmvstream_writer.h"
 #include "platform/zmv_host.h"
@@ -77,7 +78,8 @@ class AviPrograms : public testing::Test {
   static Bytes Cut(const std::string& path, size_t length) {
     Bytes bytes = ReadWholeFile(path);
     bytes.resize(length);
-    const auto movi = std::search(bytes.begin(), bytes.end(), "movi", "movi" + 4);
+    constexpr std::string_view kMovi = "movi";
+    const auto movi = std::search(bytes.begin(), bytes.end(), kMovi.begin(), kMovi.end());
     std::fill(movi - 4, movi, uint8_t{0});
     std::fill(bytes.begin() + 4, bytes.begin() + 8, uint8_t{0});
     return bytes;
