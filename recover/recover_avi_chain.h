@@ -19,6 +19,7 @@ class AviChain final : public Chain {
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;
   bool BeginsItem(uint64_t position) override;
+  bool BeginsTag(uint64_t position) override;
   bool BeginsTableAt(uint64_t) override { return false; }
   bool Compressed(const Record& record) const override;
   uint32_t HeaderSize() const override { return avi::kChunkHeaderSize; }

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "recover/recover_module.h"
+#include "recover/recover_progress.h"
 #include "recover/recover_records.h"
 #include "recover/recover_window.h"
 
@@ -24,7 +25,8 @@ enum class Item : uint8_t {
 struct Place {
   Item item = Item::kBroken;
   Record record = {};
-  uint32_t table = 0;  // bytes behind the table's header
+  bool whole_header = false;  // of a record: all of it stands there
+  uint32_t table = 0;         // bytes behind the table's header
 
   bool Chained() const { return item != Item::kBroken; }
 };
@@ -55,6 +57,8 @@ class Chain {
   // True when the rest of the sector at `position` can be the beginning of an item: what is broken there then lies in
   // the next sector.
   virtual bool BeginsItem(uint64_t position) = 0;
+  // The same for what begins with a tag of its own.
+  virtual bool BeginsTag(uint64_t position) = 0;
   virtual bool BeginsTableAt(uint64_t position) = 0;
   // Media in which a long run of zero bytes is damage.
   virtual bool Compressed(const Record& record) const = 0;
@@ -81,8 +85,9 @@ class Chain {
   explicit Chain(Window& window) : window_(window) {}
   ~Chain() = default;
 
-  // Finds where the unwritten zeros at the end of the file begin. 0, or a negative code.
-  int32_t FindEnds();
+  // Finds where the unwritten zeros at the end of the file begin, unless that is known already (0: it is not).
+  // `progress` may be null. 0, or a negative code.
+  int32_t FindEnds(uint64_t known_end = 0, Progress* progress = nullptr);
   // Up to `count` bytes, a sector at most, fewer at the end of the file. Valid until the next call; the window does not
   // move.
   View Look(uint64_t position, uint32_t count);

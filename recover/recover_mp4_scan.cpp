@@ -8,7 +8,7 @@ namespace zmv::recover {
 int32_t Mp4Scan::Open() {
   Begin(ZMV_FORMAT_MP4);
   if (!ReadFront(window_, front_)) return Refuse();
-  if (const int32_t result = chain_.Open(front_); Failed(result)) {
+  if (const int32_t result = chain_.Open(front_, known_end_, progress_); Failed(result)) {
     Fail(result);
     return result;
   }

@@ -34,11 +34,14 @@ ZMVRecoverStream& Insert(ZMVRecoverReport& report, uint32_t at, uint32_t media, 
 
 }  // namespace
 
-uint32_t Streams::Number(const Record& record) { return StreamNumber(record.media, record.track); }
+uint32_t Streams::Number(const Record& record) const {
+  return record.stray ? last_ : StreamNumber(record.media, record.track);
+}
 
 void Streams::Open(const Front& front, ZMVRecoverReport& report) {
-  const auto add = [&report](uint32_t media, uint32_t track, bool described) {
+  const auto add = [&](uint32_t media, uint32_t track, bool described) {
     Insert(report, report.dwStreamCount, media, track).bDescribed = described ? 1 : 0;
+    last_ = StreamNumber(media, track);
   };
   for (uint32_t i = 0; i < front.info.dwVideoCount; ++i) add(ZMV_MEDIA_VIDEO, i, front.described_video[i]);
   if (front.info.dwAudioCount != 0) add(ZMV_MEDIA_AUDIO, 0, front.described_audio);
