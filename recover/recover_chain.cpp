@@ -17,7 +17,7 @@ bool AllZero(const uint8_t* bytes, uint32_t count) {
 
 int32_t Chain::FindEnds(uint64_t known_end, Progress* progress) {
   constexpr uint32_t kFirstStep = 4096;
-  constexpr uint32_t kStep = 128 * 1024;
+  constexpr uint32_t kStep = Window::kCapacity - kSectorSize;
   file_end_ = window_.file().Size();
   written_end_ = known_end;
   uint64_t end = known_end != 0 ? 0 : window_.file().DataEnd();

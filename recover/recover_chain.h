@@ -62,6 +62,8 @@ class Chain {
   virtual bool BeginsTableAt(uint64_t position) = 0;
   // Media in which a long run of zero bytes is damage.
   virtual bool Compressed(const Record& record) const = 0;
+  // True when what closing writes holds nothing that looks like a frame.
+  virtual bool BoxesHoldNoTags() const = 0;
   // The size of the header in front of a payload.
   virtual uint32_t HeaderSize() const = 0;
   // The first four bytes that can begin such a header and lie in the bytes as a whole, or null.
@@ -83,6 +85,7 @@ class Chain {
     uint32_t size;
   };
   explicit Chain(Window& window) : window_(window) {}
+  const Window& window() const { return window_; }
   ~Chain() = default;
 
   // Finds where the unwritten zeros at the end of the file begin, unless that is known already (0: it is not).

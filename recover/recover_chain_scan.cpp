@@ -70,6 +70,8 @@ bool ChainScan::Next(FoundFrame& frame) {
         TakeTable(place.table);
         break;
       case Item::kBox:
+        TakeBox();
+        break;
       case Item::kEnd:
         EndAt(position_);
         break;
@@ -112,14 +114,15 @@ bool ChainScan::TakeRecord(const Record& record, FoundFrame& frame) {
 // A wrong size can lead to a later frame by chance; it then leads over others, and the first of them is gone to.
 bool ChainScan::LeadsOverOthers(const Reading& reading) {
   uint64_t found = 0;
-  if (!Search(position_ + chain().HeaderSize(), reading.end, found) || !CarriesOn(found, reading.end)) return false;
+  if (!Search(position_ + chain().HeaderSize(), reading.end, found) || !CarriesOn(found, reading.end, true))
+    return false;
   Skip(position_, found);
   return true;
 }
 
-// True when items follow each other from `from` to `end` or beyond, or when they are many. Those of a payload that is
-// itself a piece of a recording are few and end within it.
-bool ChainScan::CarriesOn(uint64_t from, uint64_t end) {
+// True when items follow each other from `from` to `end` or beyond, or to the end of the media data, or when they are
+// many. Those of a payload that is itself a piece of a recording are few and end within it.
+bool ChainScan::CarriesOn(uint64_t from, uint64_t end, bool in_doubt) {
   constexpr uint32_t kMany = 64;
   for (uint32_t i = 0; i < kMany; ++i) {
     const Place place = chain().At(from);
@@ -127,6 +130,7 @@ bool ChainScan::CarriesOn(uint64_t from, uint64_t end) {
     if (place.item == Item::kTable) {
       from += kTableHeaderSize + uint64_t{place.table};
     } else {
+      if (place.item == Item::kBox && (in_doubt || from == media_end_)) return true;
       if (place.item != Item::kRecord) return false;
       const Reading reading = chain().Read(place.record, from);
       if (!reading.possible) return false;
@@ -150,6 +154,8 @@ bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, Foun
     Lose(position, position + chain().HeaderSize());
     return false;
   }
+  if (SizeInDoubt(reading) && LeadsOverOthers(reading)) return false;
+  if (result_ != 0) return false;
   // What looks like a payload may be the beginning of a table whose header goes on in the damaged sector.
   const bool table = reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
   const bool damaged = table || reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
@@ -157,7 +163,7 @@ bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, Foun
   if (!damaged) return Deliver(record, reading, frame);
   uint64_t found = 0;
   bool more = Search(position + chain().HeaderSize(), UINT64_MAX, found);
-  if (more && found < reading.end && !table && !CarriesOn(found, reading.end)) {
+  if (more && found < reading.end && !table && !CarriesOn(found, reading.end, SizeInDoubt(reading))) {
     more = Search(reading.end, UINT64_MAX, found);
   }
   if (result_ != 0) return false;
@@ -191,23 +197,27 @@ bool ChainScan::EndsUnwritten(const Record& record, const Reading& reading) {
 
 PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
   const bool last = reading.behind.item == Item::kEnd;
-  return {.bytes = bytes,
+  const uint64_t from = SectorStart(reading.payload);
+  return {.bytes = bytes - (reading.payload - from),
+          .from = from,
           .begin = reading.payload,
           .end = reading.end,
-          .sector_end = last ? reading.end : SectorEndOf(reading),
+          .to = last ? reading.end : SectorEndOf(reading),
           .last = last};
 }
 
-// Up to the end of the payload's last sector, as far as the file goes.
+// The end of the payload's last sector, as far as the file goes.
 uint64_t ChainScan::SectorEndOf(const Reading& reading) {
   return reading.end == reading.payload ? reading.end : std::min(SectorEnd(reading.end - 1), chain().file_end());
 }
 
+// With the whole of its first and of its last sector.
 const uint8_t* ChainScan::Payload(const Reading& reading) {
-  const uint64_t to = SectorEndOf(reading);
-  const uint8_t* bytes = window_.At(reading.payload, static_cast<uint32_t>(to - reading.payload));
-  if (bytes == nullptr) Fail(window_.Error() != 0 ? window_.Error() : zmv::Result(ZMV_E_READ));
-  return bytes;
+  const uint64_t from = SectorStart(reading.payload);
+  const uint8_t* bytes = window_.At(from, static_cast<uint32_t>(SectorEndOf(reading) - from));
+  if (bytes != nullptr) return bytes + (reading.payload - from);
+  Fail(window_.Error() != 0 ? window_.Error() : zmv::Result(ZMV_E_READ));
+  return nullptr;
 }
 
 // True when zeros in a payload show that a sector of it is lost.
@@ -276,6 +286,16 @@ void ChainScan::TakeTable(uint32_t length) {
   }
 }
 
+// What looks like a box that closing writes is one when no frame follows it.
+void ChainScan::TakeBox() {
+  uint64_t found = 0;
+  if (media_end_ == 0 && chain().BoxesHoldNoTags() && Search(position_, UINT64_MAX, found)) {
+    Skip(position_, found);
+  } else if (result_ == 0) {
+    EndAt(position_);
+  }
+}
+
 void ChainScan::Drop(const Record& record) {
   ++report_.dwDropped;
   streams_.Interrupt(record);
@@ -287,7 +307,7 @@ void ChainScan::LoseBeyond(const Place& place) {
   const bool more = Search(position_ + 1, UINT64_MAX, found);
   if (result_ != 0) return;
   const bool sized = place.whole_header && !SizeInDoubt(chain().Read(place.record, position_));
-  if (more && (!sized || CarriesOn(found, UINT64_MAX))) {
+  if (more && (!sized || CarriesOn(found, UINT64_MAX, false))) {
     Skip(position_, found);
   } else {
     EndAt(position_);

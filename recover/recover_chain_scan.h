@@ -65,9 +65,10 @@ class ChainScan : public Scan {
   bool TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame);
   bool SizeInDoubt(const Reading& reading);
   bool LeadsOverOthers(const Reading& reading);
-  bool CarriesOn(uint64_t from, uint64_t end);
+  bool CarriesOn(uint64_t from, uint64_t end, bool in_doubt);
   bool Deliver(const Record& record, const Reading& reading, FoundFrame& frame);
   void TakeTable(uint32_t length);
+  void TakeBox();
   bool DamageReachesBack(const Record& record, const Reading& reading);
   bool EndsUnwritten(const Record& record, const Reading& reading);
   bool LostSector(const Record& record, const Reading& reading, const uint8_t* bytes);

@@ -27,15 +27,19 @@ bool IsClosingBox(const uint8_t* bytes, uint32_t size) {
   return std::find(std::begin(kClosingBoxes), std::end(kClosingBoxes), LoadLE32(bytes + 4)) != std::end(kClosingBoxes);
 }
 
-// What stands there when the header of such a box could not be written but what follows it could: the first entry of
-// GPSR, of this recording or the last one of another, the first box in moov, or zeros in place of all of AIDD in front
-// of moov.
+// What stands there when the header of such a box could not be written but what follows it could: the first box in
+// moov, or zeros in place of all of AIDD in front of moov.
 bool IsBehindClosingHeader(const uint8_t* bytes, uint32_t size) {
   constexpr uint32_t kAiddSize = 12;
   if (size < mp4::kBoxHeaderSize) return false;
-  if (bytes[kTypeOffset - 1] == 0 && LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize) return true;
   if (LoadLE32(bytes + kTypeOffset) == FourCC("mvhd")) return true;
   return size > kAiddSize && AllZero(bytes, kAiddSize) && IsClosingBox(bytes + kAiddSize, size - kAiddSize);
+}
+
+// The same for GPSR: its first entry, of this recording or the last one of another.
+bool IsGpsEntry(const uint8_t* bytes, uint32_t size) {
+  return size >= mp4::kBoxHeaderSize && bytes[kTypeOffset - 1] == 0 &&
+         LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize;
 }
 
 // True when the header of such a box can begin with these bytes: none is as large as a size whose first byte is not 0.
@@ -52,6 +56,8 @@ bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
 int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progress) {
   const ZMVFileInfo& info = front.info;
   if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
+  const uint64_t stated = front.mdat + front.mdat_size;
+  closed_end_ = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size() ? stated : 0;
   strays_ = front.sound && info.dwVideoCount + info.dwAudioCount + info.dwTextCount != 0;
   for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
     // The numbers of descriptions behind a damaged stretch are not certain.
@@ -88,7 +94,9 @@ Place Mp4Chain::At(uint64_t position) {
     place.item = unwritten || place.record.size > rest - kRecordSize ? Item::kRecordBeyond : Item::kRecord;
   } else if (view.size >= kTableHeaderSize && ParseTableHeader(view.bytes, place.table)) {
     place.item = place.table > rest - kTableHeaderSize ? Item::kTableBeyond : Item::kTable;
-  } else if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) {
+  } else if (position < closed_end_) {
+    // The boxes follow where the header of the media data says.
+  } else if (IsClosing(view, position)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
@@ -98,6 +106,14 @@ Place Mp4Chain::At(uint64_t position) {
     if (written < mp4::kBoxHeaderSize && BeginsClosingBox(view.bytes, written)) place.item = Item::kBox;
   }
   return place;
+}
+
+bool Mp4Chain::IsClosing(const View& view, uint64_t position) {
+  if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) return true;
+  if (!IsGpsEntry(view.bytes, view.size)) return false;
+  // Another entry follows it, or the next box.
+  const View next = Look(position + mp4::kGpsEntrySize, mp4::kBoxHeaderSize);
+  return next.size < mp4::kBoxHeaderSize || IsGpsEntry(next.bytes, next.size) || IsClosingBox(next.bytes, next.size);
 }
 
 Prefix Mp4Chain::CheckPrefix(const Record& record, uint64_t payload) {
@@ -136,7 +152,8 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
     if (place.item != Item::kTable) break;
     payload += kTableHeaderSize + uint64_t{place.table};
     const Reading behind = At(record, payload);
-    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.possible)) {
+    // As long as nothing certain follows, all that looks like tables is taken for them.
+    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.behind.Chained())) {
       best = behind;
     }
   }

@@ -28,11 +28,14 @@ class Streams {
  private:
   struct Stream {
     uint32_t frames = 0;
+    uint64_t first_time = 0;
     uint64_t last_time = 0;
+    uint64_t clock = 0;  // time from the first frame to the last one by the durations, in their units
     bool interrupted = false;
     bool late = false;  // frames in front of its first one are missing
   };
   uint64_t Time(const Record& record, const Stream& stream) const;
+  static uint32_t Since(uint32_t media, const Stream& stream, uint64_t time);
   ZMVRecoverStream& Entry(const Record& record, ZMVRecoverReport& report) const;
 
   Stream streams_[ZMV_RECOVER_MAX_STREAMS];

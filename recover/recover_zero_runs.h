@@ -12,13 +12,14 @@
 
 namespace zmv::recover {
 
-// A payload in memory, with where it lies in the file, and what follows it in its last sector.
+// A payload in memory, with where it lies in the file, and with the rest of its first and of its last sector.
 struct PayloadView {
-  const uint8_t* bytes;
+  const uint8_t* bytes;  // those of [from, to)
+  uint64_t from;
   uint64_t begin;
   uint64_t end;
-  uint64_t sector_end;  // bytes are there up to here: the end of the last sector, or of the file
-  bool last;            // nothing was written behind it
+  uint64_t to;
+  bool last;  // nothing was written behind it
 };
 
 class ZeroRuns {

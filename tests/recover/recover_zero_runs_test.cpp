@@ -23,7 +23,8 @@ struct Payload {
     return *this;
   }
   bool ShowsLoss(ZeroRuns& runs, bool last = false, uint32_t stream = 0) const {
-    return runs.ShowLoss({bytes.data(), begin, begin + bytes.size(), begin + bytes.size(), last}, kLeast, stream);
+    return runs.ShowLoss({bytes.data(), begin, begin, begin + bytes.size(), begin + bytes.size(), last}, kLeast,
+                         stream);
   }
 };
 
@@ -73,15 +74,23 @@ TEST(ZeroRunsTest, EndOfTheFile_EndsASectorToo) {
   ZeroRuns runs;
   EXPECT_TRUE(Payload(100, 1100).Zero(1024, 1100).ShowsLoss(runs, true));
   EXPECT_FALSE(Payload(100, 1100).Zero(1025, 1100).ShowsLoss(runs, true)) << "a part of it was written";
-  EXPECT_FALSE(Payload(100, 1025).Zero(1024, 1025).ShowsLoss(runs, true)) << "too few to tell";
+  EXPECT_TRUE(Payload(100, 1025).Zero(1024, 1025).ShowsLoss(runs, true)) << "however little there is of it";
 }
 
 TEST(ZeroRunsTest, SectorThatIsZeroBehindThePayload_IsLost) {
   const Payload sector = Payload(100, 1536).Zero(1024, 1536);
   ZeroRuns runs;
-  EXPECT_TRUE(runs.ShowLoss({sector.bytes.data(), 100, 1400, 1536, false}, kLeast, 0));
+  EXPECT_TRUE(runs.ShowLoss({sector.bytes.data(), 100, 100, 1400, 1536, false}, kLeast, 0));
   const Payload part = Payload(100, 1536).Zero(1024, 1404);
-  EXPECT_FALSE(runs.ShowLoss({part.bytes.data(), 100, 1400, 1536, false}, kLeast, 0)) << "a box follows";
+  EXPECT_FALSE(runs.ShowLoss({part.bytes.data(), 100, 100, 1400, 1536, false}, kLeast, 0)) << "a box follows";
+}
+
+TEST(ZeroRunsTest, SectorThatIsZeroInFrontOfThePayload_IsLost) {
+  const Payload sector = Payload(1024, 3000).Zero(1024, 1536);
+  ZeroRuns runs;
+  EXPECT_TRUE(runs.ShowLoss({sector.bytes.data(), 1024, 1100, 3000, 3000, false}, kLeast, 0));
+  const Payload part = Payload(1024, 3000).Zero(1024, 1400);
+  EXPECT_FALSE(runs.ShowLoss({part.bytes.data(), 1024, 1100, 1400, 1400, false}, 400, 0)) << "too few to tell";
 }
 
 TEST(ZeroRunsTest, NoBytes_AreSound) {
