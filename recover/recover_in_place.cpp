@@ -146,7 +146,7 @@ int32_t Replay::Close() {
   stream_.WriteFrom(tail_);
   UserDataSource source(*writer_);
   if (job_.user_data && samples_ != 0) {
-    if (const int32_t result = source.GiveTo(*writer_, stream_, samples_); Failed(result)) return result;
+    if (const int32_t result = source.GiveTo(*writer_, stream_.Named(), samples_); Failed(result)) return result;
   }
   MP4WriterClose(writer_);
   writer_ = nullptr;

@@ -36,12 +36,6 @@ void ReplayStream::WriteFrom(uint32_t position) {
   position_[0] = position;
 }
 
-void ReplayStream::Generate(Source* source, const void* first, const void* second) {
-  source_ = source;
-  names_[0] = first;
-  names_[1] = second;
-}
-
 int32_t ReplayStream::Fail(int32_t code) {
   if (!Failed(result_)) {
     result_ = code;
@@ -111,9 +105,9 @@ int64_t ReplayStream::Write(const void* bytes, uint32_t count) {
   }
   if (Failed(result_)) return result_;
   int32_t result = 0;
-  if (source_ != nullptr && (bytes == names_[0] || bytes == names_[1])) {
+  if (named_.Has(bytes)) {
     const uint32_t before = end_;
-    result = source_->Generate(bytes, *this);
+    result = named_.Generate(bytes, *this);
     if (!Failed(result) && end_ - before != count) result = Fail(zmv::Result(ZMV_E_READ));
   } else if (position_[0] == end_) {
     result = Append(bytes, count);

@@ -14,23 +14,13 @@
 
 #include "base/host_memory.h"
 #include "recover/recover_file.h"
+#include "recover/recover_named_bytes.h"
 #include "stream/zmvstream_buf.h"
 
 namespace zmv::recover {
 
-class ReplayStream {
+class ReplayStream final : public Output {
  public:
-  // Bytes that the writer hands on without looking at them. They need not be in memory: the writer is given a name for
-  // them, an address of its own memory, and where it writes that name they are generated.
-  class Source {
-   public:
-    // Appends them to the stream. 0, or a negative code.
-    virtual int32_t Generate(const void* name, ReplayStream& stream) = 0;
-
-   protected:
-    ~Source() = default;
-  };
-
   explicit ReplayStream(File& file) : file_(file) {}
   ReplayStream(const ReplayStream&) = delete;
   ReplayStream& operator=(const ReplayStream&) = delete;
@@ -45,16 +35,14 @@ class ReplayStream {
   void WriteFrom(uint32_t position);
   // Where the next appended byte goes.
   uint32_t End() const { return end_; }
-  // Lets `source` generate what the writer writes under these names (null: none).
-  void Generate(Source* source, const void* first, const void* second);
+  // What is generated where the writer writes it.
+  NamedBytes& Named() { return named_; }
 
-  // Appends bytes. 0, or the first failure, after which nothing is written any more.
-  int32_t Append(const void* bytes, uint32_t count);
-  // Reads bytes, appended ones included. 0; ZMV_E_READ when the file has fewer.
-  int32_t Read(uint64_t position, void* bytes, uint32_t count);
+  int32_t Append(const void* bytes, uint32_t count) override;
+  // Those that have just been appended, too.
+  int32_t Read(uint64_t position, void* bytes, uint32_t count) override;
+  int32_t Result() const override { return result_; }
 
-  // 0, or the first failure.
-  int32_t Result() const { return result_; }
   // Something is held back.
   bool Holds() const { return held_count_ != 0; }
   // Puts the appended bytes on the storage medium. `cut`: bytes behind them go. 0, or the first failure.
@@ -98,8 +86,7 @@ class ReplayStream {
   uint32_t position_[kCursors] = {};
   Held held_[kMaxHeld] = {};
   uint32_t held_count_ = 0;
-  Source* source_ = nullptr;
-  const void* names_[2] = {};
+  NamedBytes named_;
   int32_t result_ = 0;
 };
 

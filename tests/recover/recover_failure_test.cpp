@@ -75,10 +75,20 @@ TEST_F(FailingRecovery, ToFile_OtherHostCallsFailing_AreReported) {
   // The last allocation is for the description of the video track, which the writer leaves empty without it.
   Sweep(
       HostCall::kMalloc, {ZMV_E_MEMORY, ZMV_E_WRITE}, [&] { return TryToFile(); }, 1);
-  Sweep(HostCall::kReAlloc, {ZMV_E_MEMORY}, [&] { return TryToFile(); });
   Sweep(HostCall::kOpen, {ZMV_E_OPEN}, [&] { return TryToFile(); });
   Sweep(HostCall::kMutexCreate, {ZMV_E_MEMORY}, [&] { return TryToFile(); });
   host_.Fail(HostCall::kSync, 1);
+  EXPECT_EQ(static_cast<uint32_t>(TryToFile()), ZMV_E_WRITE);
+}
+
+// What the writer reads back when it closes: spilled tables, and the text frames that the boxes repeat.
+TEST_F(FailingRecovery, ToFile_ReadsAndSeeksFailing_AreReported) {
+  Sweep(HostCall::kRead, {ZMV_E_READ}, [&] { return TryToFile(); });
+  Sweep(HostCall::kSeek, {ZMV_E_SEEK, ZMV_E_WRITE}, [&] { return TryToFile(); });
+}
+
+TEST_F(FailingRecovery, ToFile_HostThatWritesNothingWithoutAnError_IsReported) {
+  host_.write_result = 0;
   EXPECT_EQ(static_cast<uint32_t>(TryToFile()), ZMV_E_WRITE);
 }
 

@@ -1,7 +1,6 @@
 #include "recover/recover_replay_stream.h"
 
 #include "recover/recover_tables.h"
-#include "recover/recover_user_data.h"
 #include "tests/recover/recovery_test.h"
 
 namespace zmv::test {
@@ -118,11 +117,11 @@ TEST_F(ReplayStreamTest, OtherUses_AreRefused) {
 }
 
 // A source that hands out what its name says.
-class Letters final : public ReplayStream::Source {
+class Letters final : public recover::NamedBytes::Source {
  public:
-  int32_t Generate(const void* name, ReplayStream& stream) override {
+  int32_t Generate(const void* name, recover::Output& output) override {
     const std::string text(count, *static_cast<const char*>(name));
-    return stream.Append(text.data(), static_cast<uint32_t>(text.size()));
+    return output.Append(text.data(), static_cast<uint32_t>(text.size()));
   }
   size_t count = 5;
 };
@@ -130,7 +129,7 @@ class Letters final : public ReplayStream::Source {
 TEST_F(ReplayStreamTest, Named_IsGenerated) {
   Letters letters;
   const char a = 'a', b = 'b';
-  stream_.Generate(&letters, &a, &b);
+  stream_.Named().Set(&letters, &a, &b);
   stream_.WriteFrom(1000);
   Write(Text("<"));
   EXPECT_EQ(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &b, 5), 5);
@@ -139,16 +138,6 @@ TEST_F(ReplayStreamTest, Named_IsGenerated) {
   EXPECT_EQ(ByteVector(file_.bytes().begin() + 1000, file_.bytes().end()), Text("<bbbbbaaaaa"));
   letters.count = 4;
   EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &a, 5)), ZMV_E_READ);
-}
-
-TEST_F(ReplayStreamTest, WantsUserData_AsPolicyAndFramesSay) {
-  ZMVRecoverReport report = {};
-  for (const bool carries : {false, true}) {
-    report.bUserData = carries ? 1 : 0;
-    EXPECT_EQ(recover::WantsUserData(ZMV_RECOVER_USER_DATA_AUTO, report), carries);
-    EXPECT_TRUE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_ALWAYS, report));
-    EXPECT_FALSE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_NEVER, report));
-  }
 }
 
 TEST_F(ReplayStreamTest, ResizedTables_HoldWholeEntries) {
