@@ -70,5 +70,28 @@ TEST_F(NewRecording, LastSampleOfTheProcess_Stays) {
   EXPECT_EQ(Difference(ByteVector(memory, memory + mp4::kUserSampleSize), before), "");
 }
 
+// The first free box that is neither a description nor the build information says it.
+TEST_F(NewRecording, RecoveryBrand_IsKept) {
+  const auto says = [](const ByteVector& file) {
+    const ByteVector brand = Text("rcvf");
+    const auto end = file.begin() + static_cast<ptrdiff_t>(TopBoxes(file).at(5).position);
+    return std::search(file.begin(), end, brand.begin(), brand.end()) != end;
+  };
+  for (const char* software : {"Recovery", "Fleet", "", "Recovery2"}) {
+    std::memset(info_.szSoftware, 0, sizeof info_.szSoftware);
+    std::strcpy(info_.szSoftware, software);
+    const bool expected = std::string(software) == "Recovery";
+    const Recording recording = Record(info_, SmallFrames());
+    ASSERT_EQ(says(recording.closed), expected);
+    const ByteVector made = ToFile(recording.open);
+    EXPECT_EQ(says(made), expected) << software;
+    EXPECT_EQ(says(InPlace(recording.open)), expected) << software;
+    EXPECT_EQ(CompareFrames(made, info_, recording.frames, recording.frames.size()), "");
+    // The blocks of the text frames tell whether the boxes are wanted.
+    EXPECT_EQ(BoxBytes(made, "GPSR").size(), 8u + 14 * 80) << software;
+    EXPECT_EQ(BoxBytes(made, "SENS").size(), 8u + 14 * 12) << software;
+  }
+}
+
 }  // namespace
 }  // namespace zmv::test
