@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/zmv_result.h"
+#include "mp4/zmv_mp4_format.h"
 #include "recover/recover_module.h"
 
 namespace zmv::recover {
@@ -132,8 +133,9 @@ int32_t ReplayStream::Apply(const Held& held) {
 
 int32_t ReplayStream::Settle(bool cut) {
   if (Failed(Flush())) return result_;
-  if (cut && file_.Size() > end_) {
-    if (const int32_t result = file_.Truncate(end_); Failed(result)) return Fail(result);
+  const uint64_t size = cut ? end_ : covered_ != 0 ? std::max<uint64_t>(covered_, end_) : file_.Size();
+  if (file_.Size() > size) {
+    if (const int32_t result = file_.Truncate(size); Failed(result)) return Fail(result);
   }
   const int32_t result = file_.Sync();
   return Failed(result) ? Fail(result) : 0;
@@ -183,8 +185,11 @@ uint32_t ReplayStream::CursorPosition(void* context, uint32_t index) {
 }
 
 int64_t ReplayStream::FileSize(void* context) {
-  const ReplayStream& stream = StreamOf(context);
-  return static_cast<int64_t>(std::max<uint64_t>(stream.file_.Size(), stream.end_));
+  ReplayStream& stream = StreamOf(context);
+  const uint64_t size = std::max<uint64_t>(stream.file_.Size(), stream.end_);
+  const bool room_for_box = kMaxPosition - stream.end_ >= mp4::kBoxHeaderSize;
+  stream.covered_ = room_for_box ? std::min<uint64_t>(size, kMaxPosition) : stream.end_;
+  return static_cast<int64_t>(stream.covered_);
 }
 
 }  // namespace zmv::recover

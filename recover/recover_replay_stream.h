@@ -45,7 +45,8 @@ class ReplayStream final : public Output {
 
   // Something is held back.
   bool Holds() const { return held_count_ != 0; }
-  // Puts the appended bytes on the storage medium. `cut`: bytes behind them go. 0, or the first failure.
+  // Puts the appended bytes on the storage medium. Bytes behind what the writer was told of the file's size go, which
+  // is below 4 GiB however long the file is; with `cut`, all bytes behind the appended ones. 0, or the first failure.
   int32_t Settle(bool cut);
   // Writes what was held back, from the end of the file to its beginning, each word on the medium before the next one.
   // The size of the media data, which makes the file whole, is therefore the last that changes. After Settle. 0, or the
@@ -81,6 +82,7 @@ class ReplayStream final : public Output {
   uint32_t buffered_ = 0;
   bool anchored_ = false;  // the first appended bytes are on the medium
   uint32_t end_ = 0;
+  uint64_t covered_ = 0;  // the size of the file that the writer was told: its last box ends there
   bool swallow_ = true;
   uint32_t cursors_ = 0;
   uint32_t position_[kCursors] = {};

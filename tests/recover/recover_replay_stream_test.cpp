@@ -2,6 +2,7 @@
 
 #include "recover/recover_tables.h"
 #include "tests/recover/recovery_test.h"
+#include "tests/recover/sparse_file.h"
 
 namespace zmv::test {
 namespace {
@@ -77,6 +78,37 @@ TEST_F(ReplayStreamTest, Cut_DropsWhatLiesBehind) {
   Write(ByteVector(10, 2));
   EXPECT_EQ(stream_.Settle(true), 0);
   EXPECT_EQ(file_.bytes().size(), 110u);
+}
+
+// A free box at the end of a file needs a header, and its end a position.
+TEST_F(ReplayStreamTest, SizeThatABoxCanCover_IsWhatTheWriterIsTold) {
+  struct Case {
+    uint64_t size;
+    uint32_t end;
+    uint64_t told;
+  };
+  constexpr uint64_t kLargest = 0xFFFFFFFF;
+  const Case cases[] = {
+      {1000, 1000, 1000},
+      {1000, 1004, 1004},
+      {100000, 1000, 100000},
+      {kLargest, 1000, kLargest},
+      {kLargest + 1, 1000, kLargest},
+      {uint64_t{1} << 40, 1000, kLargest},
+      {kLargest + 1, 0xFFFFFFF7, kLargest},
+      {kLargest + 1, 0xFFFFFFF8, 0xFFFFFFF8},
+      {kLargest, 0xFFFFFFFE, 0xFFFFFFFE},
+  };
+  for (const Case& with : cases) {
+    SparseFile file(ByteVector(1000, 1), with.size);
+    ReplayStream stream(file);
+    ASSERT_EQ(stream.Prepare(), 0);
+    stream.WriteFrom(with.end);
+    EXPECT_EQ(ZMVStreamBuf_GetFileSize(stream.Handle()), static_cast<int64_t>(with.told))
+        << with.size << " " << with.end;
+    EXPECT_EQ(stream.Settle(false), 0);
+    EXPECT_EQ(file.Size(), std::min(with.size, with.told));
+  }
 }
 
 TEST_F(ReplayStreamTest, ReadsWhatWasAppended) {
