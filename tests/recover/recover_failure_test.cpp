@@ -2,7 +2,6 @@
 // too large.
 #include "facade/zmvstream_writer.h"
 #include "recover/recover_in_place.h"
-#include "recover/recover_to_file.h"
 #include "tests/recover/recovery_test.h"
 
 namespace zmv::test {
@@ -246,16 +245,6 @@ TEST_F(FailingRecovery, InPlaceBeyond4GiB_IsRefused) {
   }
   EXPECT_TRUE(written);
   EXPECT_TRUE(refused);
-}
-
-TEST_F(FailingRecovery, ToFileBeyond4GiB_IsRefused) {
-  // The host takes the bytes and keeps none.
-  host_.file_capacity = 1 << 20;
-  info_.dwVideoCount = info_.dwTextCount = 0;
-  ManyFrames frames(0, 1 << 18, 10);
-  EXPECT_EQ(static_cast<uint32_t>(
-                recover::WriteNewRecording({frames, info_, ZMV_FORMAT_MP4, kTarget, ZMV_RECOVER_USER_DATA_AUTO})),
-            ZMV_E_WRITE);
 }
 
 }  // namespace
