@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/byte_order.h"
 #include "base/zmv_result.h"
 #include "mp4/zmv_mp4_format.h"
 #include "recover/recover_module.h"
@@ -131,9 +132,20 @@ int32_t ReplayStream::Apply(const Held& held) {
   return 0;
 }
 
+// What the writer made of the file's size: a box over the rest of the file, an empty one, or none.
+int32_t ReplayStream::FindLastBoxEnd(uint64_t& end) {
+  end = end_;
+  if (end_ - asked_at_ != mp4::kBoxHeaderSize) return 0;
+  uint8_t header[mp4::kBoxHeaderSize];
+  if (const int32_t result = Read(asked_at_, header, sizeof header); Failed(result)) return result;
+  end = std::max<uint64_t>(end_, uint64_t{asked_at_} + LoadBE32(header));
+  return 0;
+}
+
 int32_t ReplayStream::Settle(bool cut) {
   if (Failed(Flush())) return result_;
-  const uint64_t size = cut ? end_ : covered_ != 0 ? std::max<uint64_t>(covered_, end_) : file_.Size();
+  uint64_t size = cut ? end_ : file_.Size();
+  if (!cut && asked_ && Failed(FindLastBoxEnd(size))) return result_;
   if (file_.Size() > size) {
     if (const int32_t result = file_.Truncate(size); Failed(result)) return Fail(result);
   }
@@ -188,8 +200,9 @@ int64_t ReplayStream::FileSize(void* context) {
   ReplayStream& stream = StreamOf(context);
   const uint64_t size = std::max<uint64_t>(stream.file_.Size(), stream.end_);
   const bool room_for_box = kMaxPosition - stream.end_ >= mp4::kBoxHeaderSize;
-  stream.covered_ = room_for_box ? std::min<uint64_t>(size, kMaxPosition) : stream.end_;
-  return static_cast<int64_t>(stream.covered_);
+  stream.asked_ = true;
+  stream.asked_at_ = stream.end_;
+  return room_for_box ? static_cast<int64_t>(std::min<uint64_t>(size, kMaxPosition)) : int64_t{stream.end_};
 }
 
 }  // namespace zmv::recover

@@ -74,6 +74,7 @@ class ReplayStream final : public Output {
   int32_t Flush();
   int32_t WriteBuffered(uint32_t offset, uint32_t count);
   int32_t Apply(const Held& held);
+  int32_t FindLastBoxEnd(uint64_t& end);
   int32_t Fail(int32_t code);
 
   File& file_;
@@ -82,7 +83,8 @@ class ReplayStream final : public Output {
   uint32_t buffered_ = 0;
   bool anchored_ = false;  // the first appended bytes are on the medium
   uint32_t end_ = 0;
-  uint64_t covered_ = 0;  // the size of the file that the writer was told: its last box ends there
+  bool asked_ = false;     // the writer has asked for the file's size,
+  uint32_t asked_at_ = 0;  // behind its last box but the one that covers the rest of the file
   bool swallow_ = true;
   uint32_t cursors_ = 0;
   uint32_t position_[kCursors] = {};

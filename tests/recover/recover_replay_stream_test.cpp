@@ -106,8 +106,35 @@ TEST_F(ReplayStreamTest, SizeThatABoxCanCover_IsWhatTheWriterIsTold) {
     stream.WriteFrom(with.end);
     EXPECT_EQ(ZMVStreamBuf_GetFileSize(stream.Handle()), static_cast<int64_t>(with.told))
         << with.size << " " << with.end;
+  }
+}
+
+// The box that the writer writes when it knows the file's size tells, whatever the size was.
+TEST_F(ReplayStreamTest, WhatTheLastBoxDoesNotCover_Goes) {
+  struct Case {
+    uint64_t size;
+    ByteVector box;
+    uint64_t expected;
+  };
+  const Case cases[] = {
+      {5000, Join({Be32(4000), Text("free")}), 5000},  // all is covered
+      {5000, Join({Be32(3000), Text("free")}), 4000},
+      {5000, Join({Be32(8), Text("free")}), 1008},
+      {5000, {}, 1000},
+      {1002, Join({Be32(8), Text("free")}), 1008},
+      {uint64_t{1} << 33, Join({Be32(0xFFFFFFFF - 1000), Text("free")}), 0xFFFFFFFF},
+  };
+  for (const Case& with : cases) {
+    SparseFile file(ByteVector(900, 1), with.size);
+    ReplayStream stream(file);
+    ASSERT_EQ(stream.Prepare(), 0);
+    stream.WriteFrom(900);
+    EXPECT_EQ(stream.Append(ByteVector(100, 2).data(), 100), 0);
+    ZMVStreamBuf_GetFileSize(stream.Handle());
+    EXPECT_EQ(stream.Append(with.box.data(), static_cast<uint32_t>(with.box.size())), 0);
     EXPECT_EQ(stream.Settle(false), 0);
-    EXPECT_EQ(file.Size(), std::min(with.size, with.told));
+    EXPECT_EQ(file.Size(), with.expected);
+    EXPECT_EQ(file.log().back().kind, SparseFile::Kind::kSync);
   }
 }
 

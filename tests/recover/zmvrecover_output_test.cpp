@@ -14,6 +14,7 @@
 #include "facade/zmvstream_reader.h"
 #include "platform/zmv_host.h"
 #include "recover/zmvrecover.h"
+#include "stream/zmvstream_buf.h"
 #include "tests/support/sample_recording.h"
 
 namespace zmv::test {
@@ -261,6 +262,46 @@ TEST_F(RecoverCalls, StoppedCall_RemovesTheTarget) {
   EXPECT_FALSE(fs::exists(to));
   EXPECT_EQ(static_cast<uint32_t>(ZMVRecoverInPlace(&param, nullptr)), ZMV_E_CANCELLED);
   EXPECT_EQ(Load(from), cut_);
+}
+
+// An application that takes over every file that is closed gets the new recording too, complete, and once; of a call
+// that is stopped, the file is removed when it has been handed over.
+TEST_F(RecoverCalls, CloseCallbackOfTheApplication_GetsTheNewFileAlone) {
+  struct Closed {
+    std::string path;
+    uint64_t size;
+  };
+  static std::vector<Closed> closed;
+  closed.clear();
+  ZMVStreamBuf_SetOption(1, [](int32_t descriptor, const char* path) {
+    struct stat status = {};
+    EXPECT_EQ(fstat(descriptor, &status), 0);
+    closed.push_back({path, static_cast<uint64_t>(status.st_size)});
+  });
+  EXPECT_EQ(ToFile(Path("cut.mp4"), Path("new.mp4")), 0);
+  ASSERT_EQ(closed.size(), 1u) << "the damaged file is not the library's to close";
+  EXPECT_EQ(closed[0].path, Path("new.mp4"));
+  EXPECT_EQ(closed[0].size, fs::file_size(Path("new.mp4")));
+  EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+  EXPECT_EQ(Probe(Path("new.mp4")), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+
+  ZMVRecoverParam param = {};
+  const std::string from = Path("cut.mp4"), to = Path("other.mp4");
+  param.pszPath = from.c_str();
+  param.pszTarget = to.c_str();
+  param.pfnProgress = [](void*, uint64_t done, uint64_t) { return uint32_t{done != 0}; };
+  EXPECT_EQ(static_cast<uint32_t>(ZMVRecoverToFile(&param, nullptr)), ZMV_E_CANCELLED);
+  EXPECT_FALSE(fs::exists(to));
+  EXPECT_EQ(closed.back().path, to);
+
+  const size_t files = closed.size();
+  EXPECT_EQ(InPlace(Path("cut.mp4")), 0);
+  EXPECT_EQ(closed.size(), files);
+  ZMVStreamBuf_SetOption(0, nullptr);
+  EXPECT_EQ(Probe(Path("cut.mp4")), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+  EXPECT_EQ(Readable(Path("cut.mp4")), report_.dwFrames);
 }
 
 // The file system refuses to let a file grow, wherever that may be.
