@@ -146,15 +146,14 @@ int32_t Replay::Close() {
   stream_.WriteFrom(tail_);
   UserDataSource source(*writer_);
   if (job_.user_data && samples_ != 0) {
-    if (const int32_t result = source.GiveTo(*writer_, stream_, samples_); Failed(result)) return result;
+    if (const int32_t result = source.GiveTo(*writer_, stream_.Named(), samples_); Failed(result)) return result;
   }
   MP4WriterClose(writer_);
   writer_ = nullptr;
   // Closing reports nothing; without memory it leaves out moov, and then the sizes too.
   if (Failed(stream_.Result())) return stream_.Result();
   if (!stream_.Holds()) return Result(ZMV_E_MEMORY);
-  // Where closing does not cover what lies behind the last box, it goes.
-  if (const int32_t result = stream_.Settle(ZMVStreamBuf_GetOption() != 0); Failed(result)) return result;
+  if (const int32_t result = stream_.Settle(false); Failed(result)) return result;
   only_appended_ = false;
   return stream_.Commit();
 }
