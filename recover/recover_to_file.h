@@ -7,11 +7,11 @@
 namespace zmv::recover {
 
 struct ToFileJob {
-  Scan& frames;  // from the first one; its progress is that of the call
-  const ZMVFileInfo& info;
-  uint32_t format;     // ZMV_FORMAT_*
-  const char* target;  // created, or overwritten
-  uint32_t user_data;  // ZMV_RECOVER_USER_DATA_*
+  Scan& frames;             // from the first one; its progress is that of the call
+  const ZMVFileInfo& info;  // of an MP4: its software does not make the writer collect user data
+  uint32_t format;          // ZMV_FORMAT_*
+  const char* target;       // created, or overwritten
+  uint32_t user_data;       // ZMV_RECOVER_USER_DATA_*
 };
 
 // 0, or a negative code, and then the target, which may exist, is of no use.

@@ -131,7 +131,8 @@ TEST_F(UserDataTest, ShortFrames_AreLeftOut) {
 }
 
 TEST_F(UserDataTest, TwoTracks_AreMergedByPosition) {
-  for (const uint32_t position : {100u, 200u, 300u, 400u, 500u}) PlaceText(position, static_cast<uint8_t>(position / 100));
+  for (const uint32_t position : {100u, 200u, 300u, 400u, 500u})
+    PlaceText(position, static_cast<uint8_t>(position / 100));
   AddTrack(ZMV_MEDIA_TEXT, {{200, 92}, {300, 92}}, 0);
   AddTrack(ZMV_MEDIA_AUDIO, {{600, 92}}, 0);
   AddTrack(ZMV_MEDIA_TEXT, {{100, 92}, {400, 92}, {500, 92}}, 2);
