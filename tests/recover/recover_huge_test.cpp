@@ -171,10 +171,11 @@ TEST_F(HugeSound, ThatWouldPass4GiB_IsRefusedAndLeavesNoFile) {
 
 // ---- Boxes behind the frames
 
-// Sound in large frames up to a size, then texts that carry the blocks.
+// Sound in frames up to a size, then texts that carry the blocks.
 class SoundAndTexts final : public recover::Scan {
  public:
-  SoundAndTexts(uint64_t sound, uint32_t texts) : sound_(sound), texts_(texts), bytes_(8 << 20, 0x21) {}
+  SoundAndTexts(uint64_t sound, uint32_t texts, uint32_t payload = 8 << 20)
+      : sound_(sound), texts_(texts), bytes_(payload, 0x21) {}
   bool Next(recover::FoundFrame& frame) override {
     frame = {};
     frame.duration = frame.new_duration = 40;
@@ -219,6 +220,27 @@ TEST_F(RecoveryTest, PositionsThatWouldPass4GiB_AreReported) {
     EXPECT_LE(host_.FileSize(kTarget), kLargest);
     EXPECT_GT(host_.FileSize(kTarget), kLargest - kRoom);
     EXPECT_EQ(host_.LiveBlocks(), 0u);
+  }
+}
+
+// Beside frames and index a nearly full file has no room for pieces of tables; other files have.
+TEST_F(RecoveryTest, NearlyFullFile_NeedsNoMoreThanItsIndex) {
+  constexpr uint32_t kPayload = 16 * 1024;
+  constexpr uint64_t kFrames = kLargest / (28 + kPayload);
+  constexpr uint64_t kIndex = 8 * kFrames + 5000;
+  host_.kept = 1 << 16;
+  ZMVFileInfo info = SmallInfo(FourCC("H264"));
+  info.dwVideoCount = info.dwTextCount = 0;
+  for (const uint64_t source_size : {kLargest, uint64_t{0}}) {
+    SoundAndTexts frames(kLargest - kIndex, 0, kPayload);
+    const int32_t result = recover::WriteNewRecording({.frames = frames,
+                                                       .info = info,
+                                                       .format = ZMV_FORMAT_MP4,
+                                                       .target = kTarget,
+                                                       .user_data = ZMV_RECOVER_USER_DATA_NEVER,
+                                                       .source_size = source_size});
+    EXPECT_EQ(static_cast<uint32_t>(result), source_size != 0 ? 0 : ZMV_E_WRITE);
+    EXPECT_LE(host_.FileSize(kTarget), kLargest);
   }
 }
 
