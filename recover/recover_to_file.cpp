@@ -27,7 +27,7 @@ constexpr uint32_t kReadCursor = 1;  // the container's second one
 
 class NewRecording {
  public:
-  explicit NewRecording(const ToFileJob& job) : job_(job), info_(job.info) {}
+  explicit NewRecording(const ToFileJob& job) : job_(job), info_(job.info), samples_(job.info) {}
   ~NewRecording() {
     stream_.Detach();
     if (writer_ != nullptr) ZMVWriterClose(writer_);
@@ -51,7 +51,7 @@ class NewRecording {
   ZMVFileInfo info_;  // the writer completes the description of sound
   ZMVWriter* writer_ = nullptr;
   WatchedStream stream_;
-  uint32_t samples_ = 0;  // text frames that are long enough for GPS and sensor blocks
+  SampleCount samples_;
 };
 
 int32_t NewRecording::Open() {
@@ -68,12 +68,12 @@ int32_t NewRecording::Open() {
 }
 
 bool NewRecording::IsLengthPrefixed(const FoundFrame& found) const {
-  return IsMp4() && found.media == ZMV_MEDIA_VIDEO && found.size >= sizeof kStartCode &&
-         BeginsWithLength(job_.info.m_Video[found.track].dwFourCC);
+  return IsMp4() && found.media == ZMV_MEDIA_VIDEO && found.track < job_.info.dwVideoCount &&
+         found.size >= sizeof kStartCode && BeginsWithLength(job_.info.m_Video[found.track].dwFourCC);
 }
 
 int32_t NewRecording::CopyFrame(const FoundFrame& found) {
-  if (found.media == ZMV_MEDIA_TEXT && found.size >= kUserDataPayloadSize) ++samples_;
+  samples_.Add(found);
   ZMVFrame frame = {};
   // The scan's memory, which is not the file's; it is given back as it was.
   frame.pData = const_cast<uint8_t*>(found.bytes);
@@ -121,8 +121,8 @@ int32_t NewRecording::Close() {
   }
   const uint32_t mdat = Mp4().m_dwMdatPos;
   UserDataSource source(Mp4());
-  if (samples_ != 0 && WantsUserData(job_.user_data, job_.frames.Report())) {
-    if (const int32_t result = source.GiveTo(Mp4(), stream_.Named(), samples_); Failed(result)) return result;
+  if (samples_.Samples() != 0 && WantsUserData(job_.user_data, job_.frames.Report())) {
+    if (const int32_t result = source.GiveTo(Mp4(), stream_.Named(), samples_.Samples()); Failed(result)) return result;
   }
   writer_->operations.Close(writer_->hWriter);
   writer_->hWriter = nullptr;

@@ -114,6 +114,16 @@ bool WantsUserData(uint32_t policy, const ZMVRecoverReport& report) {
   return policy == ZMV_RECOVER_USER_DATA_AUTO && report.bUserData != 0;
 }
 
+// A stream that is not described has its frames in the last track, which is a text track when there is one.
+void SampleCount::Add(const FoundFrame& frame) {
+  if (info_.dwTextCount == 0) return;
+  if (frame.media == ZMV_MEDIA_TEXT) {
+    if (frame.size >= kUserDataPayloadSize) ++samples_;
+  } else if (frame.track >= (frame.media == ZMV_MEDIA_VIDEO ? info_.dwVideoCount : info_.dwAudioCount)) {
+    mixed_ = true;
+  }
+}
+
 int32_t UserDataSource::GiveTo(MP4WriterHandle& writer, NamedBytes& names, uint32_t samples) {
   HostMemory<uint8_t> gps = AllocateBytes(kModule, 1, __func__);
   HostMemory<uint8_t> sensor = AllocateBytes(kModule, 1, __func__);
