@@ -18,14 +18,15 @@ class AviScan final : public ChainScan {
   int32_t Open(const ZMVFileInfo* given);
 
   const AviFront& avi() const { return avi_; }
-  // The number in the headers, and in the names of chunks, of the stream of a frame.
-  uint32_t NumberOf(const FoundFrame& frame) const { return NumberOf(frame.media, frame.track); }
+  // The number in the headers, and in the names of chunks, of the stream of a frame. A frame of a track that no header
+  // describes is found with the number of that track, and belongs to the last stream.
+  uint32_t NumberOf(const FoundFrame& frame) const;
 
  private:
   const Front& front() const override { return avi_.front; }
   Chain& chain() override { return chain_; }
   void Accept(const Record& record, FoundFrame& frame) override;
-  uint32_t NumberOf(uint32_t media, uint32_t track) const;
+  uint32_t CodeOf(const Record& record) const;
   uint64_t StatedEnd();
 
   AviFront avi_;
