@@ -100,20 +100,23 @@ bool AviChain::IsEntry(const uint8_t* bytes, uint64_t position) {
 }
 
 // True when the index, or a piece of it, stands here although its header could not be written: zeros are in its place,
-// or nothing is.
-bool AviChain::IsIndexAt(uint64_t position) {
-  constexpr uint32_t kBehindHeader = kChunkHeaderSize + kIdx1EntrySize;
-  uint8_t bytes[kBehindHeader];
-  View view = Look(position, kBehindHeader);
-  const uint32_t size = view.size;
-  std::memcpy(bytes, view.bytes, size);
-  if (size >= kIdx1EntrySize && IsEntry(bytes, position)) return true;
-  if (size == kBehindHeader) return LoadLE64(bytes) == 0 && IsEntry(bytes + kChunkHeaderSize, position);
+// or nothing is. `count` bytes of the file are shown, as many as kSeen if it has them.
+bool AviChain::IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position) {
+  if (count >= kIdx1EntrySize && IsEntry(bytes, position)) return true;
+  if (count == kSeen) return LoadLE64(bytes) == 0 && IsEntry(bytes + kChunkHeaderSize, position);
   // The last entry is cut off: the one in front of it tells.
-  if (size >= kIdx1EntrySize || position < kIdx1EntrySize) return false;
-  view = Look(position - kIdx1EntrySize, kIdx1EntrySize);
-  std::memcpy(bytes, view.bytes, view.size);
-  return view.size == kIdx1EntrySize && IsEntry(bytes, position - kIdx1EntrySize);
+  if (count >= kIdx1EntrySize || position < kIdx1EntrySize) return false;
+  uint8_t before[kIdx1EntrySize];
+  const View view = Look(position - kIdx1EntrySize, kIdx1EntrySize);
+  std::memcpy(before, view.bytes, view.size);
+  return view.size == kIdx1EntrySize && IsEntry(before, position - kIdx1EntrySize);
+}
+
+// The size of a chunk without data at the end may be zeros that were not written, if it is in another sector than the
+// code in front of it.
+bool AviChain::MayLackSize(uint64_t position) const {
+  return position + kChunkHeaderSize > written_end() && file_end() - position != kChunkHeaderSize &&
+         SectorStart(position) != SectorStart(position + kCodeSize);
 }
 
 Place AviChain::At(uint64_t position) {
@@ -124,24 +127,22 @@ Place AviChain::At(uint64_t position) {
   }
   // Chunks take an even number of bytes.
   if (placed_ && (position - begin_) % 2 != 0) return place;
-  if (IsIndexAt(position)) {
+  uint8_t bytes[kSeen];
+  const View view = Look(position, kSeen);
+  const uint32_t count = view.size;
+  std::memcpy(bytes, view.bytes, count);
+  if (IsIndex(bytes, count, position)) {
     place.item = Item::kBox;
-    return place;
-  }
-  const View view = Look(position, kChunkHeaderSize);
-  const uint64_t rest = file_end() - position;
-  if (view.size == kChunkHeaderSize && Parse(view.bytes, place.record)) {
-    // Of a chunk without data at the end nothing tells that the zeros of its size were written, if they are in another
-    // sector than its code.
-    const bool unwritten = place.record.size == 0 && position + kChunkHeaderSize > written_end() &&
-                           rest != kChunkHeaderSize && position / kSectorSize != (position + kCodeSize) / kSectorSize;
-    place.item = unwritten || place.record.size > rest - kChunkHeaderSize ? Item::kRecordBeyond : Item::kRecord;
-  } else if (view.size == kChunkHeaderSize && IsClosingChunk(view.bytes)) {
+  } else if (count >= kChunkHeaderSize && Parse(bytes, place.record)) {
+    const bool beyond = place.record.size > file_end() - position - kChunkHeaderSize;
+    const bool lacking = place.record.size == 0 && MayLackSize(position);
+    place.item = beyond || lacking ? Item::kRecordBeyond : Item::kRecord;
+  } else if (count >= kChunkHeaderSize && IsClosingChunk(bytes)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
-    const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
-    if (written < kChunkHeaderSize && BeginsCode(view.bytes, written)) place.item = Item::kRecordBeyond;
+    const auto written = static_cast<uint32_t>(std::min<uint64_t>(count, written_end() - position));
+    if (written < kChunkHeaderSize && BeginsCode(bytes, written)) place.item = Item::kRecordBeyond;
   }
   return place;
 }

@@ -30,9 +30,13 @@ class AviChain final : public Chain {
   const uint8_t* FindTag(const uint8_t* bytes, uint32_t count) const override;
 
  private:
+  // A chunk's header, or zeros in its place, and an index entry behind it.
+  static constexpr uint32_t kSeen = avi::kChunkHeaderSize + avi::kIdx1EntrySize;
+
   bool Parse(const uint8_t* bytes, Record& record) const;
   bool BeginsItem(const uint8_t* bytes, uint32_t count, uint64_t position) const;
-  bool IsIndexAt(uint64_t position);
+  bool IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position);
+  bool MayLackSize(uint64_t position) const;
   bool IsEntry(const uint8_t* bytes, uint64_t position);
   uint32_t VideoTrackOf(const Record& record) const;
   Prefix CheckPayload(const Record& record, const Reading& reading);

@@ -30,6 +30,7 @@ class IndexedScan final : public Scan {
     if (Failed(result_)) return false;
     if (scan_.Next(frame)) {
       result_ = index_.Check(frame, scan_.NumberOf(frame));
+      if (frame.media == ZMV_MEDIA_VIDEO && index_.Agrees()) TakeKey(frame);
       return !Failed(result_);
     }
     result_ = scan_.Result();
@@ -37,6 +38,10 @@ class IndexedScan final : public Scan {
     report_ = scan_.Report();
     ended_ = true;
     if (report_.dwState == ZMV_RECOVER_WHOLE && !index_.Agrees()) report_.dwState = ZMV_RECOVER_CUT;
+    for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
+      ZMVRecoverStream& stream = report_.Stream[i];
+      if (stream.dwMediaType == ZMV_MEDIA_VIDEO) stream.dwKeyFrames += more_keys_[stream.dwTrack];
+    }
     return false;
   }
   int32_t Result() const override { return result_; }
@@ -45,8 +50,16 @@ class IndexedScan final : public Scan {
   bool Complete() const { return index_.Agrees(); }
 
  private:
+  // An entry tells better than the payload.
+  void TakeKey(FoundFrame& frame) {
+    const bool described = frame.track < scan_.avi().front.info.dwVideoCount;
+    if (described) more_keys_[frame.track] += uint32_t{index_.IsKey()} - uint32_t{frame.key};
+    frame.key = index_.IsKey();
+  }
+
   AviScan scan_;
   AviIndexCheck index_;
+  uint32_t more_keys_[ZMV_MAX_VIDEO] = {};  // than were told by the payloads; modulo 2^32
   ZMVRecoverReport report_ = {};
   bool ended_ = false;
   int32_t result_ = 0;

@@ -1,5 +1,7 @@
 #include "recover/recover_avi_scan.h"
 
+#include <algorithm>
+
 #include "base/arith.h"
 #include "base/fourcc.h"
 #include "base/zmv_result.h"
@@ -12,17 +14,24 @@ namespace {
 constexpr uint64_t kMilliseconds = 1000;
 constexpr uint32_t kCodeSize = 4;
 
+// Times stay at this one, 24 days behind the first frame, where a header leads to later ones.
+constexpr uint64_t kLatest = INT32_MAX;
+
 // The time of so many frames, or samples.
 uint64_t TimeOf(const AviStream& stream, uint64_t units) {
   if (stream.rate == 0) return 0;
-  const uint64_t seconds = units * stream.scale;
-  return seconds / stream.rate * kMilliseconds + seconds % stream.rate * kMilliseconds / stream.rate;
+  uint64_t parts = 0;  // `rate` are a second
+  if (!MulFits(units, uint64_t{stream.scale}, &parts)) return kLatest;
+  const uint64_t seconds = parts / stream.rate;
+  if (seconds > kLatest / kMilliseconds) return kLatest;
+  return std::min(seconds * kMilliseconds + parts % stream.rate * kMilliseconds / stream.rate, kLatest);
 }
 
 // Which streams there are, by the chunks alone: what most chunks of a number say.
 class AviSurvey final : public ChainScan {
  public:
-  AviSurvey(File& file, const AviFront& avi) : ChainScan(file, nullptr), avi_(avi), chain_(window_) {}
+  AviSurvey(File& file, const AviFront& avi, Progress* progress)
+      : ChainScan(file, progress), avi_(avi), chain_(window_) {}
 
   int32_t Run() {
     Begin(ZMV_FORMAT_AVI);
@@ -61,13 +70,14 @@ int32_t AviScan::Open(const ZMVFileInfo* given) {
   report_.bUniformTimes = 1;
   if (!ReadAviFront(window_, avi_)) return Refuse();
   if (!avi_.front.sound && !avi_.front.cut) {
-    AviSurvey survey(window_.file(), avi_);
+    AviSurvey survey(window_.file(), avi_, progress_);
     if (const int32_t result = survey.Run(); Failed(result)) {
       Fail(result);
       return result;
     }
     uint32_t media[avi::kMaxStreams];
     for (uint32_t i = 0; i < avi::kMaxStreams; ++i) media[i] = survey.MediaOf(i);
+    if (progress_ != nullptr) progress_->StartPass(0);
     AddAviStreams(media, given, avi_);
   }
   if (const int32_t result = chain_.Open(avi_); Failed(result)) {

@@ -10,8 +10,9 @@ namespace zmv::recover {
 
 class AviScan final : public ChainScan {
  public:
-  // `progress` may be null.
-  explicit AviScan(File& file, Progress* progress = nullptr) : ChainScan(file, progress), chain_(window_) {}
+  // `progress` may be null. It begins anew when the streams have to be surveyed first.
+  explicit AviScan(File& file, Progress* progress = nullptr)
+      : ChainScan(file, progress), progress_(progress), chain_(window_) {}
 
   // Reads the front. `given` (may be null) describes streams whose headers are lost. 0; ZMV_E_UNSUPPORTED_FORMAT for a
   // file that cannot be a recording of this library; ZMV_E_READ, ZMV_E_MEMORY, ZMV_E_CANCELLED.
@@ -29,6 +30,7 @@ class AviScan final : public ChainScan {
   uint32_t CodeOf(const Record& record) const;
   uint64_t StatedEnd();
 
+  Progress* progress_;
   AviFront avi_;
   AviChain chain_;
   uint64_t units_[avi::kMaxStreams] = {};  // frames, or samples, so far
