@@ -24,8 +24,11 @@ class AviChain final : public Chain {
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;
   bool BeginsItem(uint64_t position) override;
+  bool BeginsTag(uint64_t position) override;
   bool BeginsTableAt(uint64_t) override { return false; }
   bool Compressed(const Record& record) const override;
+  // The index names the codes of the chunks.
+  bool BoxesHoldNoTags() const override { return false; }
   uint32_t HeaderSize() const override { return avi::kChunkHeaderSize; }
   const uint8_t* FindTag(const uint8_t* bytes, uint32_t count) const override;
 

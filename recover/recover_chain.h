@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "recover/recover_module.h"
+#include "recover/recover_progress.h"
 #include "recover/recover_records.h"
 #include "recover/recover_window.h"
 
@@ -24,7 +25,8 @@ enum class Item : uint8_t {
 struct Place {
   Item item = Item::kBroken;
   Record record = {};
-  uint32_t table = 0;  // bytes behind the table's header
+  bool whole_header = false;  // of a record: all of it stands there
+  uint32_t table = 0;         // bytes behind the table's header
 
   bool Chained() const { return item != Item::kBroken; }
 };
@@ -55,9 +57,13 @@ class Chain {
   // True when the rest of the sector at `position` can be the beginning of an item: what is broken there then lies in
   // the next sector.
   virtual bool BeginsItem(uint64_t position) = 0;
+  // The same for what begins with a tag of its own.
+  virtual bool BeginsTag(uint64_t position) = 0;
   virtual bool BeginsTableAt(uint64_t position) = 0;
   // Media in which a long run of zero bytes is damage.
   virtual bool Compressed(const Record& record) const = 0;
+  // True when what closing writes holds nothing that looks like a frame.
+  virtual bool BoxesHoldNoTags() const = 0;
   // The size of the header in front of a payload.
   virtual uint32_t HeaderSize() const = 0;
   // The first four bytes that can begin such a header and lie in the bytes as a whole, or null.
@@ -79,10 +85,12 @@ class Chain {
     uint32_t size;
   };
   explicit Chain(Window& window) : window_(window) {}
+  const Window& window() const { return window_; }
   ~Chain() = default;
 
-  // Finds where the unwritten zeros at the end of the file begin. 0, or a negative code.
-  int32_t FindEnds();
+  // Finds where the unwritten zeros at the end of the file begin, unless that is known already (0: it is not).
+  // `progress` may be null. 0, or a negative code.
+  int32_t FindEnds(uint64_t known_end = 0, Progress* progress = nullptr);
   // Up to `count` bytes, a sector at most, fewer at the end of the file. Valid until the next call; the window does not
   // move.
   View Look(uint64_t position, uint32_t count);

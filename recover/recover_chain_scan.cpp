@@ -18,12 +18,8 @@ constexpr uint32_t kSizeField = 4;  // of a box
 // Payloads up to this size fit the window with everything around them.
 constexpr uint32_t kAhead = 128 * 1024;
 
-// The largest payload that can be in memory with the sectors around it.
-constexpr uint32_t kMaxPayloadView = UINT32_MAX - 2 * kSectorSize;
-
-bool AllZero(const uint8_t* bytes, uint64_t count) {
-  return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
-}
+// A larger payload would take its size in memory. No encoder makes one; a picture of 8K as it is has 50 MB.
+constexpr uint32_t kMaxPayload = 64u << 20;
 
 bool Straddles(uint64_t position, uint32_t size) { return SectorStart(position) != SectorStart(position + size - 1); }
 
@@ -74,10 +70,14 @@ bool ChainScan::Next(FoundFrame& frame) {
         TakeTable(place.table);
         break;
       case Item::kBox:
+        TakeBox();
+        break;
       case Item::kEnd:
         EndAt(position_);
         break;
       case Item::kRecordBeyond:
+        LoseBeyond(place);
+        break;
       case Item::kTableBeyond:
       case Item::kBroken:
         Lose(position_, position_ + 1);
@@ -106,14 +106,38 @@ bool ChainScan::TakeRecord(const Record& record, FoundFrame& frame) {
     return false;
   }
   if (!reading.behind.Chained()) return TakeUnchained(record, reading, frame);
-  // A wrong size can lead to a later frame by chance; it then leads over others.
-  uint64_t found = 0;
-  if (SizeInDoubt(reading) && Search(position_ + chain().HeaderSize(), reading.end, found)) {
-    Skip(position_, found);
-    return false;
-  }
+  if (SizeInDoubt(reading) && LeadsOverOthers(reading)) return false;
   if (result_ != 0) return false;
   return Deliver(record, reading, frame);
+}
+
+// A wrong size can lead to a later frame by chance; it then leads over others, and the first of them is gone to.
+bool ChainScan::LeadsOverOthers(const Reading& reading) {
+  uint64_t found = 0;
+  if (!Search(position_ + chain().HeaderSize(), reading.end, found) || !CarriesOn(found, reading.end, true))
+    return false;
+  Skip(position_, found);
+  return true;
+}
+
+// True when items follow each other from `from` to `end` or beyond, or to the end of the media data, or when they are
+// many. Those of a payload that is itself a piece of a recording are few and end within it.
+bool ChainScan::CarriesOn(uint64_t from, uint64_t end, bool in_doubt) {
+  constexpr uint32_t kMany = 64;
+  for (uint32_t i = 0; i < kMany; ++i) {
+    const Place place = chain().At(from);
+    if (from >= end) return place.Chained();
+    if (place.item == Item::kTable) {
+      from += kTableHeaderSize + uint64_t{place.table};
+    } else {
+      if (place.item == Item::kBox && (in_doubt || from == media_end_)) return true;
+      if (place.item != Item::kRecord) return false;
+      const Reading reading = chain().Read(place.record, from);
+      if (!reading.possible) return false;
+      from = reading.next;
+    }
+  }
+  return true;
 }
 
 // The size in a header that goes on in another sector may be damaged, unless the length of video bears it out.
@@ -124,17 +148,24 @@ bool ChainScan::SizeInDoubt(const Reading& reading) {
 // The chain breaks behind the payload: the record may be damaged, or the end of the payload, or only what follows.
 bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
-  if (SizeInDoubt(reading) && !EndsUnwritten(record, reading)) {
+  // A damaged size hardly leads to a place from which on exactly a sector can be lost.
+  const bool leads_to_loss = reading.next % kSectorSize == 0 || chain().BeginsTag(reading.next);
+  if (SizeInDoubt(reading) && !EndsUnwritten(record, reading) && !leads_to_loss) {
     Lose(position, position + chain().HeaderSize());
     return false;
   }
+  if (SizeInDoubt(reading) && LeadsOverOthers(reading)) return false;
+  if (result_ != 0) return false;
   // What looks like a payload may be the beginning of a table whose header goes on in the damaged sector.
   const bool table = reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
   const bool damaged = table || reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
   if (chain().Error() != 0) return Fail(chain().Error());
   if (!damaged) return Deliver(record, reading, frame);
   uint64_t found = 0;
-  const bool more = Search(position + chain().HeaderSize(), UINT64_MAX, found);
+  bool more = Search(position + chain().HeaderSize(), UINT64_MAX, found);
+  if (more && found < reading.end && !table && !CarriesOn(found, reading.end, SizeInDoubt(reading))) {
+    more = Search(reading.end, UINT64_MAX, found);
+  }
   if (result_ != 0) return false;
   // What is found within the payload shows that the size was wrong.
   const bool sized = !more || found >= reading.end;
@@ -164,23 +195,34 @@ bool ChainScan::EndsUnwritten(const Record& record, const Reading& reading) {
   return record.size != 0 && chain().RestIsZero(reading.end) && !chain().IsZero(reading.end - 1);
 }
 
-// The bytes from the start of the payload's first sector to the end of its last one, as far as the file goes.
-const uint8_t* ChainScan::Payload(const Reading& reading, uint64_t& from) {
-  from = SectorStart(reading.payload);
-  uint64_t to = reading.end == reading.payload ? reading.end : SectorEnd(reading.end - 1);
-  to = std::min(to, chain().file_end());
-  if (reading.end - reading.payload > kMaxPayloadView) {
-    Fail(zmv::Result(ZMV_E_MEMORY));
-    return nullptr;
-  }
-  const uint8_t* bytes = window_.At(from, static_cast<uint32_t>(to - from));
-  if (bytes == nullptr) Fail(window_.Error() != 0 ? window_.Error() : zmv::Result(ZMV_E_READ));
-  return bytes;
+PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
+  const bool last = reading.behind.item == Item::kEnd;
+  const uint64_t from = SectorStart(reading.payload);
+  return {.bytes = bytes - (reading.payload - from),
+          .from = from,
+          .begin = reading.payload,
+          .end = reading.end,
+          .to = last ? reading.end : SectorEndOf(reading),
+          .last = last};
 }
 
-// True when a sector of the payload holds nothing but zeros, or ends with them although the payload goes on: what was
-// written to it last is then missing.
-bool ChainScan::LostSector(const Reading& reading, const uint8_t* bytes, uint64_t from) {
+// The end of the payload's last sector, as far as the file goes.
+uint64_t ChainScan::SectorEndOf(const Reading& reading) {
+  return reading.end == reading.payload ? reading.end : std::min(SectorEnd(reading.end - 1), chain().file_end());
+}
+
+// With the whole of its first and of its last sector.
+const uint8_t* ChainScan::Payload(const Reading& reading) {
+  const uint64_t from = SectorStart(reading.payload);
+  const uint8_t* bytes = window_.At(from, static_cast<uint32_t>(SectorEndOf(reading) - from));
+  if (bytes != nullptr) return bytes + (reading.payload - from);
+  Fail(window_.Error() != 0 ? window_.Error() : zmv::Result(ZMV_E_READ));
+  return nullptr;
+}
+
+// True when zeros in a payload show that a sector of it is lost.
+bool ChainScan::LostSector(const Record& record, const Reading& reading, const uint8_t* bytes) {
+  if (!chain().Compressed(record)) return false;
   // No NAL unit holds three zero bytes in a row, between units there are few, and in other media seldom many.
   constexpr uint32_t kNalZeros = 4;
   constexpr uint32_t kUnitsZeros = 8;
@@ -188,52 +230,48 @@ bool ChainScan::LostSector(const Reading& reading, const uint8_t* bytes, uint64_
   const uint32_t zeros = reading.prefix == Prefix::kRight   ? kNalZeros
                          : reading.prefix == Prefix::kStart ? kUnitsZeros
                                                             : kOtherZeros;
-  for (uint64_t sector = from; sector < reading.end; sector += kSectorSize) {
-    const uint8_t* const first = bytes + (sector - from);
-    const uint64_t end = sector + kSectorSize;
-    if (end < reading.end && first[kSectorSize - 1] == 0 && end - std::max(sector, reading.payload) >= zeros &&
-        AllZero(first + kSectorSize - zeros, zeros)) {
-      return true;
-    }
-    // Nearly every sector begins with something.
-    if (*first != 0) [[likely]]
-      continue;
-    const uint64_t size = std::min<uint64_t>(kSectorSize, chain().file_end() - sector);
-    if (AllZero(first, size)) return true;
-  }
-  return false;
+  return zeros_.ShowLoss(View(reading, bytes), zeros, streams_.Number(record));
 }
 
 // True when the payload, behind which nothing is written, may not have been written to its end.
-bool ChainScan::LostTail(const Record& record, const Reading& reading, const uint8_t* bytes, uint64_t from) {
+bool ChainScan::LostTail(const Record& record, const Reading& reading, const uint8_t* bytes) {
   if (record.size == 0) return false;
   const uint64_t zeros = chain().file_end() - std::min(reading.next, chain().file_end());
+  const uint8_t* const end = bytes + record.size;
   if (chain().Compressed(record)) {
-    return LostSector(reading, bytes, from) || (zeros != 0 && bytes[reading.end - 1 - from] == 0);
+    if (LostSector(record, reading, bytes)) return true;
+    return zeros != 0 && end[-1] == 0 && !zeros_.EndsPadded(View(reading, bytes), streams_.Number(record));
   }
   // Fewer can be the first bytes of a box that closing began.
   if (zeros < kSizeField) return false;
-  const uint64_t last = std::max(SectorStart(reading.end - 1), from);
-  return std::all_of(bytes + (last - from), bytes + (reading.end - from), [](uint8_t byte) { return byte == 0; });
+  const uint64_t last = std::max(SectorStart(reading.end - 1), reading.payload);
+  return std::all_of(bytes + (last - reading.payload), end, [](uint8_t byte) { return byte == 0; });
 }
 
 bool ChainScan::Deliver(const Record& record, const Reading& reading, FoundFrame& frame) {
-  uint64_t from = 0;
-  const uint8_t* bytes = Payload(reading, from);
+  if (record.size > kMaxPayload) {
+    ZMV_TRACE(kModule, kTraceError, "frame too large pos(%llu) size(%u)\n", static_cast<unsigned long long>(position_),
+              record.size);
+    position_ = items_end_ = reading.next;
+    Drop(record);
+    return false;
+  }
+  const uint8_t* bytes = Payload(reading);
   if (bytes == nullptr) return false;
-  if (reading.behind.item == Item::kEnd && LostTail(record, reading, bytes, from)) {
+  const bool at_end = reading.behind.item == Item::kEnd;
+  if (at_end && LostTail(record, reading, bytes)) {
     EndAt(position_);
     return false;
   }
   const uint64_t position = position_;
   position_ = items_end_ = reading.next;
-  if (reading.prefix == Prefix::kWrong || (chain().Compressed(record) && LostSector(reading, bytes, from))) {
+  if (reading.prefix == Prefix::kWrong || (!at_end && LostSector(record, reading, bytes))) {
     Drop(record);
     return false;
   }
   frame.position = position;
   frame.payload = reading.payload;
-  frame.bytes = bytes + (reading.payload - from);
+  frame.bytes = bytes;
   report_.llDataEnd = reading.end;
   Accept(record, frame);
   return true;
@@ -248,9 +286,32 @@ void ChainScan::TakeTable(uint32_t length) {
   }
 }
 
+// What looks like a box that closing writes is one when no frame follows it.
+void ChainScan::TakeBox() {
+  uint64_t found = 0;
+  if (media_end_ == 0 && chain().BoxesHoldNoTags() && Search(position_, UINT64_MAX, found)) {
+    Skip(position_, found);
+  } else if (result_ == 0) {
+    EndAt(position_);
+  }
+}
+
 void ChainScan::Drop(const Record& record) {
   ++report_.dwDropped;
   streams_.Interrupt(record);
+}
+
+// The payload of the record goes on behind the end of the file. When its size is sound nothing can follow it.
+void ChainScan::LoseBeyond(const Place& place) {
+  uint64_t found = 0;
+  const bool more = Search(position_ + 1, UINT64_MAX, found);
+  if (result_ != 0) return;
+  const bool sized = place.whole_header && !SizeInDoubt(chain().Read(place.record, position_));
+  if (more && (!sized || CarriesOn(found, UINT64_MAX, false))) {
+    Skip(position_, found);
+  } else {
+    EndAt(position_);
+  }
 }
 
 // The chain is broken at `hole`: goes on with the next frame that can be found from `search` on.
@@ -295,7 +356,7 @@ bool ChainScan::Search(uint64_t from, uint64_t to, uint64_t& found) {
 // True for a record that is borne out: by what stands behind its payload, or by how that begins.
 bool ChainScan::IsFrame(uint64_t position) {
   const Place place = chain().At(position);
-  if (place.item != Item::kRecord) return false;
+  if (place.item != Item::kRecord || place.record.stray) return false;
   const Reading reading = chain().Read(place.record, position);
   if (!reading.possible) return false;
   const bool starts = reading.prefix == Prefix::kStart && !Straddles(position, chain().HeaderSize());

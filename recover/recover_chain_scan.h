@@ -5,8 +5,10 @@
 // that the damage may have touched decide which frames are still delivered:
 //
 //   - the last one before the gap only when the damage does not reach back into it;
-//   - compressed media not with a sector of zeros in it, which no encoder makes;
+//   - compressed media not with the zeros of a lost sector in it;
 //   - a frame whose header reaches into a damaged sector not at all.
+//
+// A payload may itself be a piece of a recording: items within it count only when they carry on beyond it.
 #ifndef ZMV_RECOVER_CHAIN_SCAN_H
 #define ZMV_RECOVER_CHAIN_SCAN_H
 
@@ -16,6 +18,7 @@
 #include "recover/recover_scan.h"
 #include "recover/recover_streams.h"
 #include "recover/recover_window.h"
+#include "recover/recover_zero_runs.h"
 
 namespace zmv::recover {
 
@@ -53,30 +56,37 @@ class ChainScan : public Scan {
 
   Window window_;
   Streams streams_;
+  ZeroRuns zeros_;
   ZMVRecoverReport report_ = {};
+  Progress* const progress_;
 
  private:
   bool TakeRecord(const Record& record, FoundFrame& frame);
   bool TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame);
   bool SizeInDoubt(const Reading& reading);
+  bool LeadsOverOthers(const Reading& reading);
+  bool CarriesOn(uint64_t from, uint64_t end, bool in_doubt);
   bool Deliver(const Record& record, const Reading& reading, FoundFrame& frame);
   void TakeTable(uint32_t length);
+  void TakeBox();
   bool DamageReachesBack(const Record& record, const Reading& reading);
   bool EndsUnwritten(const Record& record, const Reading& reading);
-  bool LostSector(const Reading& reading, const uint8_t* bytes, uint64_t from);
-  bool LostTail(const Record& record, const Reading& reading, const uint8_t* bytes, uint64_t from);
-  const uint8_t* Payload(const Reading& reading, uint64_t& from);
+  bool LostSector(const Record& record, const Reading& reading, const uint8_t* bytes);
+  bool LostTail(const Record& record, const Reading& reading, const uint8_t* bytes);
+  PayloadView View(const Reading& reading, const uint8_t* bytes);
+  uint64_t SectorEndOf(const Reading& reading);
+  const uint8_t* Payload(const Reading& reading);
   void Drop(const Record& record);
   bool Bring(uint64_t position, uint32_t count);
   void Skip(uint64_t hole, uint64_t found);
   void Lose(uint64_t hole, uint64_t search);
+  void LoseBeyond(const Place& place);
   bool Search(uint64_t from, uint64_t to, uint64_t& found);
   bool IsFrame(uint64_t position);
   void AddHole(uint64_t from, uint64_t to);
   void EndAt(uint64_t incomplete_from);
   void Conclude(bool box_follows);
 
-  Progress* progress_;
   int32_t result_ = 0;
   bool done_ = false;
   uint64_t position_ = 0;

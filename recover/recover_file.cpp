@@ -39,6 +39,17 @@ int32_t DiskFile::Open(const char* path, bool for_writing) {
   return 0;
 }
 
+// Space that was taken in advance and never written is a hole to the file system.
+uint64_t DiskFile::DataEnd() {
+  off_t at = 0;
+  while (true) {
+    const off_t data = lseek(descriptor_, at, SEEK_DATA);
+    if (data < 0) return errno == ENXIO ? static_cast<uint64_t>(at) : size_;
+    at = lseek(descriptor_, data, SEEK_HOLE);
+    if (at <= data) return size_;
+  }
+}
+
 int64_t DiskFile::ReadAt(uint64_t position, void* bytes, uint32_t count) {
   if (!Expressible(position, count)) return Result(ZMV_E_READ);
   uint32_t done = 0;

@@ -12,6 +12,8 @@ namespace zmv::recover {
 class File {
  public:
   virtual uint64_t Size() const = 0;
+  // From here on the file is known to hold nothing but zeros, without a look at them: its size when nothing is known.
+  virtual uint64_t DataEnd() { return Size(); }
   // Bytes read, fewer only at the end of the file; negative: a ZMV_E_* code.
   virtual int64_t ReadAt(uint64_t position, void* bytes, uint32_t count) = 0;
   // 0 or a negative code. Beyond the end the file grows.
@@ -36,6 +38,7 @@ class DiskFile final : public File {
   int32_t Open(const char* path, bool for_writing);
 
   uint64_t Size() const override { return size_; }
+  uint64_t DataEnd() override;
   int64_t ReadAt(uint64_t position, void* bytes, uint32_t count) override;
   int32_t WriteAt(uint64_t position, const void* bytes, uint32_t count) override;
   int32_t Truncate(uint64_t size) override;

@@ -22,6 +22,8 @@ constexpr uint32_t kStreamBoxSize = 44;  // video and audio, without the configu
 constexpr uint32_t kRandomStep = 32;
 constexpr uint32_t kMaxRandomSize = 1024 + kRandomStep;
 constexpr uint32_t kMaxBuildText = 19;
+// The software for which the random box says "rcvf".
+constexpr char kRecoveryBrand[] = "Recovery";
 constexpr char kBuildMark[] = {' ', 'K', 'P', 'Z'};
 
 // Where the fields of a description stand.
@@ -102,6 +104,7 @@ class FrontReader {
     front_.cut = !gap_ && front_.mdat == 0;
     if (front_.cut && file_type_) front_.own = true;
     SetTimeScale();
+    if (front_.recovery_brand) std::memcpy(front_.info.szSoftware, kRecoveryBrand, sizeof kRecoveryBrand);
     return true;
   }
 

@@ -17,7 +17,7 @@ struct Front {
   uint64_t mdat;        // position of the header of the media data; 0 = not found
   uint32_t mdat_size;   // as the header states it; 8 until the file was closed
   uint64_t end;         // where the media data is to be looked for: behind mdat's header, or behind the last box found
-  bool recovery_brand;  // the random box says "rcvf"
+  bool recovery_brand;  // the random box says "rcvf"; info.szSoftware then says so to the writer
   bool described_video[ZMV_MAX_VIDEO];
   bool described_audio;
   bool described_text[ZMV_MAX_TEXT];

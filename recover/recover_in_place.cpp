@@ -22,7 +22,7 @@ constexpr int64_t kShortHorizon = 1;
 // The writer at work on a file that is complete up to the tail.
 class Replay {
  public:
-  explicit Replay(const InPlaceJob& job) : job_(job), stream_(job.file) {}
+  explicit Replay(const InPlaceJob& job) : job_(job), stream_(job.file), samples_(job.info) {}
   ~Replay();
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
@@ -47,7 +47,7 @@ class Replay {
   uint32_t mdat_ = 0;
   uint32_t tail_ = 0;  // end of the media data so far: the last frame, then spilled tables
   bool only_appended_ = true;
-  uint32_t samples_ = 0;  // text frames that are long enough for GPS and sensor blocks
+  SampleCount samples_;
 };
 
 // A writer that has no media data writes nothing when it is closed.
@@ -82,13 +82,15 @@ int32_t Replay::PlaceInFile() {
   return 0;
 }
 
+// Where the writer will put the frame: what it does not find goes into its last track.
 MP4WriterTrack* Replay::TrackOf(const FoundFrame& found) const {
+  MP4WriterTrack* track = nullptr;
   uint32_t ordinal = 0;
   for (uint32_t i = 0; i < writer_->m_dwTrackNum; ++i) {
-    MP4WriterTrack* const track = writer_->m_pTrack[i];
-    if (track->dwMediaType == found.media && ordinal++ == found.track) return track;
+    track = writer_->m_pTrack[i];
+    if (track->dwMediaType == found.media && ordinal++ == found.track) break;
   }
-  return nullptr;
+  return track;
 }
 
 // A full buffer goes behind the last frame, not to where the replay stands.
@@ -106,7 +108,7 @@ int32_t Replay::MakeRoom(MP4WriterTrack& track, const FoundFrame& found) {
   int32_t result = MakeRoom(track, track.m_Stts, kSttsEntrySize);
   if (!Failed(result)) result = MakeRoom(track, track.m_Stsz, kStszEntrySize);
   if (!Failed(result)) result = MakeRoom(track, track.m_Stco, kStcoEntrySize);
-  if (!Failed(result) && found.media == ZMV_MEDIA_VIDEO && found.key) {
+  if (!Failed(result) && found.media == ZMV_MEDIA_VIDEO && found.key && track.m_Stss.m_pBuf != nullptr) {
     result = MakeRoom(track, track.m_Stss, kStssEntrySize);
   }
   return result;
@@ -128,7 +130,7 @@ int32_t Replay::ShowFrame(const FoundFrame& found) {
   frame.dwKeyFrame = found.key ? ZMV_KEY_FRAME : ZMV_NOT_KEY_FRAME;
   // A spilled table may lie between the record and the payload, which is what the tables point at.
   writer_->m_dwMdatSize = static_cast<uint32_t>(found.payload - kRecoveryRecordSize - mdat_);
-  if (found.media == ZMV_MEDIA_TEXT && found.size >= kUserDataPayloadSize) ++samples_;
+  samples_.Add(found);
   return MP4WriterWriteFrame(writer_, &frame);
 }
 
@@ -145,16 +147,16 @@ int32_t Replay::Close() {
   writer_->m_dwMdatSize = tail_ - mdat_;
   stream_.WriteFrom(tail_);
   UserDataSource source(*writer_);
-  if (job_.user_data && samples_ != 0) {
-    if (const int32_t result = source.GiveTo(*writer_, stream_, samples_); Failed(result)) return result;
+  if (job_.user_data && samples_.Samples() != 0) {
+    if (const int32_t result = source.GiveTo(*writer_, stream_.Named(), samples_.Samples()); Failed(result))
+      return result;
   }
   MP4WriterClose(writer_);
   writer_ = nullptr;
   // Closing reports nothing; without memory it leaves out moov, and then the sizes too.
   if (Failed(stream_.Result())) return stream_.Result();
   if (!stream_.Holds()) return Result(ZMV_E_MEMORY);
-  // Where closing does not cover what lies behind the last box, it goes.
-  if (const int32_t result = stream_.Settle(ZMVStreamBuf_GetOption() != 0); Failed(result)) return result;
+  if (const int32_t result = stream_.Settle(false); Failed(result)) return result;
   only_appended_ = false;
   return stream_.Commit();
 }

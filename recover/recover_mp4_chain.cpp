@@ -27,15 +27,19 @@ bool IsClosingBox(const uint8_t* bytes, uint32_t size) {
   return std::find(std::begin(kClosingBoxes), std::end(kClosingBoxes), LoadLE32(bytes + 4)) != std::end(kClosingBoxes);
 }
 
-// What stands there when the header of such a box could not be written but what follows it could: the first entry of
-// GPSR, of this recording or the last one of another, the first box in moov, or zeros in place of all of AIDD in front
-// of moov.
+// What stands there when the header of such a box could not be written but what follows it could: the first box in
+// moov, or zeros in place of all of AIDD in front of moov.
 bool IsBehindClosingHeader(const uint8_t* bytes, uint32_t size) {
   constexpr uint32_t kAiddSize = 12;
   if (size < mp4::kBoxHeaderSize) return false;
-  if (bytes[kTypeOffset - 1] == 0 && LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize) return true;
   if (LoadLE32(bytes + kTypeOffset) == FourCC("mvhd")) return true;
   return size > kAiddSize && AllZero(bytes, kAiddSize) && IsClosingBox(bytes + kAiddSize, size - kAiddSize);
+}
+
+// The same for GPSR: its first entry, of this recording or the last one of another.
+bool IsGpsEntry(const uint8_t* bytes, uint32_t size) {
+  return size >= mp4::kBoxHeaderSize && bytes[kTypeOffset - 1] == 0 &&
+         LoadLE32(bytes + kTypeOffset) == mp4::kGpsBlockSize;
 }
 
 // True when the header of such a box can begin with these bytes: none is as large as a size whose first byte is not 0.
@@ -49,16 +53,30 @@ bool BeginsClosingBox(const uint8_t* bytes, uint32_t count) {
 
 }  // namespace
 
-int32_t Mp4Chain::Open(const Front& front) {
+int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progress) {
   const ZMVFileInfo& info = front.info;
   if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
+  const uint64_t stated = front.mdat + front.mdat_size;
+  closed_end_ = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size() ? stated : 0;
+  strays_ = front.sound && info.dwVideoCount + info.dwAudioCount + info.dwTextCount != 0;
   for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
     // The numbers of descriptions behind a damaged stretch are not certain.
     length_known_[i] = front.described_video[i] && (front.sound || i + front.late_video < info.dwVideoCount);
     length_[i] = length_known_[i] && BeginsWithLength(info.m_Video[i].dwFourCC);
   }
   compressed_audio_ = front.described_audio && IsCompressedAudio(info.m_Audio.dwFormat);
-  return FindEnds();
+  return FindEnds(known_end, progress);
+}
+
+// A record with a stream that is not described is one all the same: its frame is in the last track.
+bool Mp4Chain::Parse(const uint8_t* bytes, Record& record) const {
+  if (!ParseRecord(bytes, strays_ ? StreamLimits::Any() : limits_, record)) return false;
+  record.stray = record.track >= limits_.Of(record.media);
+  return true;
+}
+
+bool Mp4Chain::BeginsRecord(const uint8_t* bytes, uint32_t count) const {
+  return recover::BeginsRecord(bytes, count, strays_ ? StreamLimits::Any() : limits_);
 }
 
 Place Mp4Chain::At(uint64_t position) {
@@ -69,26 +87,37 @@ Place Mp4Chain::At(uint64_t position) {
   }
   const View view = Look(position, kRecordSize);
   const uint64_t rest = file_end() - position;
-  if (view.size == kRecordSize && ParseRecord(view.bytes, limits_, place.record)) {
+  if (view.size == kRecordSize && Parse(view.bytes, place.record)) {
+    place.whole_header = true;
     // Of a record without a payload at the end nothing tells that the zeros of its size were written.
     const bool unwritten = place.record.size == 0 && position + kRecordSize > written_end() && rest != kRecordSize;
     place.item = unwritten || place.record.size > rest - kRecordSize ? Item::kRecordBeyond : Item::kRecord;
   } else if (view.size >= kTableHeaderSize && ParseTableHeader(view.bytes, place.table)) {
     place.item = place.table > rest - kTableHeaderSize ? Item::kTableBeyond : Item::kTable;
-  } else if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) {
+  } else if (position < closed_end_) {
+    // The boxes follow where the header of the media data says.
+  } else if (IsClosing(view, position)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
     const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
-    if (written < kRecordSize && BeginsRecord(view.bytes, written, limits_)) place.item = Item::kRecordBeyond;
+    if (written < kRecordSize && BeginsRecord(view.bytes, written)) place.item = Item::kRecordBeyond;
     if (written < kTableHeaderSize && BeginsTable(view.bytes, written)) place.item = Item::kTableBeyond;
     if (written < mp4::kBoxHeaderSize && BeginsClosingBox(view.bytes, written)) place.item = Item::kBox;
   }
   return place;
 }
 
+bool Mp4Chain::IsClosing(const View& view, uint64_t position) {
+  if (IsClosingBox(view.bytes, view.size) || IsBehindClosingHeader(view.bytes, view.size)) return true;
+  if (!IsGpsEntry(view.bytes, view.size)) return false;
+  // Another entry follows it, or the next box.
+  const View next = Look(position + mp4::kGpsEntrySize, mp4::kBoxHeaderSize);
+  return next.size < mp4::kBoxHeaderSize || IsGpsEntry(next.bytes, next.size) || IsClosingBox(next.bytes, next.size);
+}
+
 Prefix Mp4Chain::CheckPrefix(const Record& record, uint64_t payload) {
-  if (record.media != ZMV_MEDIA_VIDEO || record.size < kLengthSize) return Prefix::kNone;
+  if (record.media != ZMV_MEDIA_VIDEO || record.size < kLengthSize || record.stray) return Prefix::kNone;
   const bool known = length_known_[record.track];
   if (known && !length_[record.track]) return Prefix::kNone;
   const View view = Look(payload, kLengthSize);
@@ -100,10 +129,9 @@ Reading Mp4Chain::At(const Record& record, uint64_t payload) {
   Reading reading;
   reading.payload = payload;
   reading.end = reading.next = payload + record.size;
-  if (reading.end > file_end()) return reading;
-  reading.possible = true;
-  reading.behind = At(reading.end);
   reading.prefix = CheckPrefix(record, payload);
+  reading.possible = reading.end <= file_end();
+  if (reading.possible) reading.behind = At(reading.end);
   return reading;
 }
 
@@ -124,7 +152,8 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
     if (place.item != Item::kTable) break;
     payload += kTableHeaderSize + uint64_t{place.table};
     const Reading behind = At(record, payload);
-    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.possible)) {
+    // As long as nothing certain follows, all that looks like tables is taken for them.
+    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.behind.Chained())) {
       best = behind;
     }
   }
@@ -139,14 +168,18 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
 bool Mp4Chain::BeginsItem(uint64_t position) {
   const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
   const auto begins = [&](uint32_t count) {
-    return BeginsRecord(rest.bytes, count, limits_) || BeginsTable(rest.bytes, count) ||
-           BeginsClosingBox(rest.bytes, count);
+    return BeginsRecord(rest.bytes, count) || BeginsTable(rest.bytes, count) || BeginsClosingBox(rest.bytes, count);
   };
   if (begins(rest.size)) return true;
   // What was put down of the sector may end within the header: zeros take the place of the rest.
   uint32_t written = rest.size;
   while (written != 0 && rest.bytes[written - 1] == 0) --written;
   return written != rest.size && begins(written);
+}
+
+bool Mp4Chain::BeginsTag(uint64_t position) {
+  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  return BeginsRecord(rest.bytes, rest.size) || BeginsTable(rest.bytes, rest.size);
 }
 
 bool Mp4Chain::BeginsTableAt(uint64_t position) {

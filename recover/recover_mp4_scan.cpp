@@ -8,13 +8,11 @@ namespace zmv::recover {
 int32_t Mp4Scan::Open() {
   Begin(ZMV_FORMAT_MP4);
   if (!ReadFront(window_, front_)) return Refuse();
-  if (const int32_t result = chain_.Open(front_); Failed(result)) {
+  if (const int32_t result = chain_.Open(front_, known_end_, progress_); Failed(result)) {
     Fail(result);
     return result;
   }
-  const uint64_t stated = front_.mdat + front_.mdat_size;
-  const bool closed = front_.mdat_size > mp4::kBoxHeaderSize && stated <= report_.llFileSize;
-  StartAtFront(closed ? stated : 0);
+  StartAtFront(chain_.closed_end());
   // Where the header of the media data is lost, what is left of the front can look like the boxes behind the frames.
   if (front_.mdat == 0) SearchFirst();
   return Result();

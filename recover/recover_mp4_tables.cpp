@@ -79,6 +79,7 @@ int32_t Mp4Tables::Open(const Front& front) {
   if (!front.sound || front.mdat_size < mp4::kBoxHeaderSize || media_end_ >= file_.Size()) return 0;
   video_count_ = front.info.dwVideoCount;
   audio_count_ = front.info.dwAudioCount;
+  text_count_ = front.info.dwTextCount;
   const ZMVAudioInfo& audio = front.info.m_Audio;
   if (audio_count_ != 0 && IsRaw(audio.dwFormat)) raw_sample_size_ = audio.dwBitsPerSample / 8;
   bool movie = false;
@@ -184,17 +185,22 @@ bool Mp4Tables::TakeSizes(const Box& box, Track& track) {
 
 // ---- The frames
 
-// Tracks are numbered in the order of the descriptions, those without samples included.
+// Tracks are numbered in the order of the descriptions, those without samples included. Frames of a stream that is not
+// described are in the last one.
 Mp4Tables::Track* Mp4Tables::Find(const FoundFrame& frame) {
-  uint32_t id = frame.track + 1;
-  if (frame.media != ZMV_MEDIA_VIDEO) id += video_count_;
-  if (frame.media == ZMV_MEDIA_TEXT) id += audio_count_;
+  const uint32_t counts[] = {video_count_, audio_count_, text_count_};
+  uint32_t id = 1;
+  for (uint32_t media = ZMV_MEDIA_VIDEO; media < frame.media; ++media) id += counts[media - ZMV_MEDIA_VIDEO];
+  const bool described = frame.track < counts[frame.media - ZMV_MEDIA_VIDEO];
+  id = described ? id + frame.track : video_count_ + audio_count_ + text_count_;
   Track* const end = tracks_.Get() + track_count_;
   Track* const track = std::find_if(tracks_.Get(), end, [id](const Track& one) { return one.id == id; });
   return track != end ? track : nullptr;
 }
 
-bool Mp4Tables::Raw(const FoundFrame& frame) const { return frame.media == ZMV_MEDIA_AUDIO && raw_sample_size_ != 0; }
+bool Mp4Tables::Raw(const Track& track) const {
+  return raw_sample_size_ != 0 && audio_count_ != 0 && track.id == video_count_ + 1;
+}
 
 int32_t Mp4Tables::Check(const FoundFrame& frame) {
   if (!agree_) return 0;
@@ -208,11 +214,12 @@ int32_t Mp4Tables::Check(const FoundFrame& frame) {
   CheckChunk(*track, frame);
   const uint32_t ticks = Ticks(track->time_scale, frame);
   // Each sample lasts until the next one, whose frame brings that time.
-  if (track->frames != 0 && !Raw(frame)) CheckDuration(*track, ticks);
+  if (track->frames != 0 && !Raw(*track)) CheckDuration(*track, ticks);
   track->ticks += ticks;
   track->last_ticks = ticks;
   ++track->frames;
-  if (frame.key) Expect(track->stss.present && Next(track->stss) == track->frames);
+  const bool syncs = track->stss.present || track->id <= video_count_;
+  if (frame.key && syncs) Expect(track->stss.present && Next(track->stss) == track->frames);
   return error_;
 }
 
@@ -222,11 +229,11 @@ void Mp4Tables::StartChunks(Track& track, const FoundFrame& frame) {
   Next(track.stsc);  // the sample description
   Expect(track.next_chunk == 1);
   track.frame_per_chunk =
-      Raw(frame) && track.stsc.count == track.stco.count && track.next_samples == frame.size / raw_sample_size_;
+      Raw(track) && track.stsc.count == track.stco.count && track.next_samples == frame.size / raw_sample_size_;
 }
 
 void Mp4Tables::CheckSize(Track& track, const FoundFrame& frame) {
-  if (Raw(frame)) return Expect(track.sample_size == raw_sample_size_);
+  if (Raw(track)) return Expect(track.sample_size == raw_sample_size_);
   Expect((track.sample_size != 0 ? track.sample_size : Next(track.stsz)) == frame.size);
 }
 
@@ -255,8 +262,7 @@ void Mp4Tables::CheckDuration(Track& track, uint32_t ticks) {
 }
 
 void Mp4Tables::FinishTrack(Track& track) {
-  const bool raw = raw_sample_size_ != 0 && track.id == video_count_ + 1 && audio_count_ != 0;
-  if (raw) {
+  if (Raw(track)) {
     uint64_t sum = 0;
     while (!track.stts.cursor.AtEnd()) {
       sum += Next(track.stts);

@@ -76,7 +76,7 @@ class Mp4Tables {
   bool TakeSizes(const Box& box, Track& track);
 
   Track* Find(const FoundFrame& frame);
-  bool Raw(const FoundFrame& frame) const;
+  bool Raw(const Track& track) const;
   void StartChunks(Track& track, const FoundFrame& frame);
   void CheckSize(Track& track, const FoundFrame& frame);
   void CheckChunk(Track& track, const FoundFrame& frame);
@@ -91,6 +91,7 @@ class Mp4Tables {
   uint64_t media_end_ = 0;
   uint32_t video_count_ = 0;
   uint32_t audio_count_ = 0;
+  uint32_t text_count_ = 0;
   uint32_t raw_sample_size_ = 0;  // bytes; 0 = audio is not raw
   int32_t error_ = 0;
   bool agree_ = false;

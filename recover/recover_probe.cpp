@@ -86,6 +86,7 @@ int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {
   SettleDescriptions(finding.report, param.pDescription, front);
   MarkDescribed(front, finding.report);
   finding.info = front.info;
+  finding.written_end = scan.WrittenEnd();
   finding.report.bUserData = WantsUserData(param, finding.report) ? 1 : 0;
   return progress.Finished() ? 0 : Result(ZMV_E_CANCELLED);
 }

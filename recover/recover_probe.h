@@ -9,9 +9,10 @@ namespace zmv::recover {
 
 struct Finding {
   ZMVRecoverReport report;
-  ZMVFileInfo info;  // the streams as they will be described
-  bool closed;       // its boxes are all there, and its index has the form that closing gives it
-  bool complete;     // closed, and its tables agree with the frames that were found, whatever is missing between them
+  ZMVFileInfo info;      // the streams as they will be described
+  uint64_t written_end;  // behind the last byte of the file that is not zero
+  bool closed;           // its boxes are all there, and its index has the form that closing gives it
+  bool complete;  // closed, and its tables agree with the frames that were found, whatever is missing between them
 };
 
 // A container.

@@ -29,6 +29,12 @@ class Progress {
     next_ = done + kStep;
     return callback_(context_, done < total_ ? done : total_, total_) == 0;
   }
+  // The same while something takes time in which nothing is done.
+  bool Waiting() {
+    constexpr uint32_t kPause = 64;
+    if (callback_ == nullptr || ++waits_ % kPause != 0) return true;
+    return callback_(context_, base_ < total_ ? base_ : total_, total_) == 0;
+  }
   // The last call: everything is done.
   bool Finished() { return callback_ == nullptr || callback_(context_, total_, total_) == 0; }
 
@@ -38,6 +44,7 @@ class Progress {
   uint64_t total_ = 0;
   uint64_t base_ = 0;
   uint64_t next_ = 0;
+  uint32_t waits_ = 0;
 };
 
 }  // namespace zmv::recover

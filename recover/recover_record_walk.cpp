@@ -39,7 +39,8 @@ bool RecordWalk::Next(FoundFrame& frame) {
     if (read < 0) return Stop(static_cast<int32_t>(read));
     Record record;
     uint32_t length = 0;
-    if (ParseRecord(bytes, StreamLimits{}, record)) {
+    // The scan has taken frames of undescribed streams, too.
+    if (ParseRecord(bytes, StreamLimits::Any(), record)) {
       if (!ParseTableHeader(bytes + kRecordSize, length)) return Take(record, position_ + kRecordSize, frame);
       const Reading reading = chain_.Read(record, position_);
       if (!reading.possible) return Stop(zmv::Result(ZMV_E_READ));

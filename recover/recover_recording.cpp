@@ -62,11 +62,11 @@ int32_t Complete(File& file, const ZMVRecoverParam& param, const Finding& findin
   Front front;
   if (!ReadFront(window, front)) return Failed(window.Error()) ? window.Error() : Result(ZMV_E_UNSUPPORTED_FORMAT);
   Mp4Chain chain(window);
-  if (const int32_t result = chain.Open(front); Failed(result)) return result;
+  if (const int32_t result = chain.Open(front, finding.written_end); Failed(result)) return result;
   const ZMVRecoverReport& report = finding.report;
   Progress progress(param, file.Size());
   RecordWalk walk(file, chain, front, report);
-  Mp4Scan scan(file);
+  Mp4Scan scan(file, nullptr, finding.written_end);
   const bool records = RecordsTell(report);
   if (const int32_t result = records ? 0 : scan.Open(); Failed(result)) return result;
   const InPlaceJob job = {.file = file,

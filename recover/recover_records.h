@@ -16,10 +16,11 @@ inline constexpr uint32_t kTableHeaderSize = mp4::kSpillHeaderSize;
 struct Record {
   uint32_t media;  // ZMV_MEDIA_*
   bool key;
-  uint32_t stamp;     // low 32 bits of the time, milliseconds
-  uint32_t duration;  // microseconds for video, milliseconds otherwise
-  uint32_t track;     // within the medium
-  uint32_t size;      // of the payload
+  uint32_t stamp;      // low 32 bits of the time, milliseconds
+  uint32_t duration;   // microseconds for video, milliseconds otherwise
+  uint32_t track;      // within the medium
+  uint32_t size;       // of the payload
+  bool stray = false;  // of a stream that is not described: the writer puts its frames into the last track
 };
 
 // How many streams of each medium there can be.
@@ -28,6 +29,8 @@ struct StreamLimits {
   uint32_t audio = ZMV_MAX_AUDIO;
   uint32_t text = ZMV_MAX_TEXT;
 
+  // Whatever number a recorder hands over.
+  static constexpr StreamLimits Any() { return {UINT32_MAX, UINT32_MAX, UINT32_MAX}; }
   // 0 for what is no medium.
   uint32_t Of(uint32_t media) const {
     return media == ZMV_MEDIA_VIDEO ? video : media == ZMV_MEDIA_AUDIO ? audio : media == ZMV_MEDIA_TEXT ? text : 0;

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/byte_order.h"
 #include "base/zmv_result.h"
+#include "mp4/zmv_mp4_format.h"
 #include "recover/recover_module.h"
 
 namespace zmv::recover {
@@ -34,12 +36,6 @@ void ReplayStream::WriteFrom(uint32_t position) {
   swallow_ = false;
   end_ = position;
   position_[0] = position;
-}
-
-void ReplayStream::Generate(Source* source, const void* first, const void* second) {
-  source_ = source;
-  names_[0] = first;
-  names_[1] = second;
 }
 
 int32_t ReplayStream::Fail(int32_t code) {
@@ -111,9 +107,9 @@ int64_t ReplayStream::Write(const void* bytes, uint32_t count) {
   }
   if (Failed(result_)) return result_;
   int32_t result = 0;
-  if (source_ != nullptr && (bytes == names_[0] || bytes == names_[1])) {
+  if (named_.Has(bytes)) {
     const uint32_t before = end_;
-    result = source_->Generate(bytes, *this);
+    result = named_.Generate(bytes, *this);
     if (!Failed(result) && end_ - before != count) result = Fail(zmv::Result(ZMV_E_READ));
   } else if (position_[0] == end_) {
     result = Append(bytes, count);
@@ -136,10 +132,22 @@ int32_t ReplayStream::Apply(const Held& held) {
   return 0;
 }
 
+// What the writer made of the file's size: a box over the rest of the file, an empty one, or none.
+int32_t ReplayStream::FindLastBoxEnd(uint64_t& end) {
+  end = end_;
+  if (end_ - asked_at_ != mp4::kBoxHeaderSize) return 0;
+  uint8_t header[mp4::kBoxHeaderSize];
+  if (const int32_t result = Read(asked_at_, header, sizeof header); Failed(result)) return result;
+  end = std::max<uint64_t>(end_, uint64_t{asked_at_} + LoadBE32(header));
+  return 0;
+}
+
 int32_t ReplayStream::Settle(bool cut) {
   if (Failed(Flush())) return result_;
-  if (cut && file_.Size() > end_) {
-    if (const int32_t result = file_.Truncate(end_); Failed(result)) return Fail(result);
+  uint64_t size = cut ? end_ : file_.Size();
+  if (!cut && asked_ && Failed(FindLastBoxEnd(size))) return result_;
+  if (file_.Size() > size) {
+    if (const int32_t result = file_.Truncate(size); Failed(result)) return Fail(result);
   }
   const int32_t result = file_.Sync();
   return Failed(result) ? Fail(result) : 0;
@@ -189,8 +197,12 @@ uint32_t ReplayStream::CursorPosition(void* context, uint32_t index) {
 }
 
 int64_t ReplayStream::FileSize(void* context) {
-  const ReplayStream& stream = StreamOf(context);
-  return static_cast<int64_t>(std::max<uint64_t>(stream.file_.Size(), stream.end_));
+  ReplayStream& stream = StreamOf(context);
+  const uint64_t size = std::max<uint64_t>(stream.file_.Size(), stream.end_);
+  const bool room_for_box = kMaxPosition - stream.end_ >= mp4::kBoxHeaderSize;
+  stream.asked_ = true;
+  stream.asked_at_ = stream.end_;
+  return room_for_box ? static_cast<int64_t>(std::min<uint64_t>(size, kMaxPosition)) : int64_t{stream.end_};
 }
 
 }  // namespace zmv::recover

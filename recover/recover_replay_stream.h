@@ -14,23 +14,13 @@
 
 #include "base/host_memory.h"
 #include "recover/recover_file.h"
+#include "recover/recover_named_bytes.h"
 #include "stream/zmvstream_buf.h"
 
 namespace zmv::recover {
 
-class ReplayStream {
+class ReplayStream final : public Output {
  public:
-  // Bytes that the writer hands on without looking at them. They need not be in memory: the writer is given a name for
-  // them, an address of its own memory, and where it writes that name they are generated.
-  class Source {
-   public:
-    // Appends them to the stream. 0, or a negative code.
-    virtual int32_t Generate(const void* name, ReplayStream& stream) = 0;
-
-   protected:
-    ~Source() = default;
-  };
-
   explicit ReplayStream(File& file) : file_(file) {}
   ReplayStream(const ReplayStream&) = delete;
   ReplayStream& operator=(const ReplayStream&) = delete;
@@ -45,19 +35,18 @@ class ReplayStream {
   void WriteFrom(uint32_t position);
   // Where the next appended byte goes.
   uint32_t End() const { return end_; }
-  // Lets `source` generate what the writer writes under these names (null: none).
-  void Generate(Source* source, const void* first, const void* second);
+  // What is generated where the writer writes it.
+  NamedBytes& Named() { return named_; }
 
-  // Appends bytes. 0, or the first failure, after which nothing is written any more.
-  int32_t Append(const void* bytes, uint32_t count);
-  // Reads bytes, appended ones included. 0; ZMV_E_READ when the file has fewer.
-  int32_t Read(uint64_t position, void* bytes, uint32_t count);
+  int32_t Append(const void* bytes, uint32_t count) override;
+  // Those that have just been appended, too.
+  int32_t Read(uint64_t position, void* bytes, uint32_t count) override;
+  int32_t Result() const override { return result_; }
 
-  // 0, or the first failure.
-  int32_t Result() const { return result_; }
   // Something is held back.
   bool Holds() const { return held_count_ != 0; }
-  // Puts the appended bytes on the storage medium. `cut`: bytes behind them go. 0, or the first failure.
+  // Puts the appended bytes on the storage medium. Bytes behind what the writer was told of the file's size go, which
+  // is below 4 GiB however long the file is; with `cut`, all bytes behind the appended ones. 0, or the first failure.
   int32_t Settle(bool cut);
   // Writes what was held back, from the end of the file to its beginning, each word on the medium before the next one.
   // The size of the media data, which makes the file whole, is therefore the last that changes. After Settle. 0, or the
@@ -85,6 +74,7 @@ class ReplayStream {
   int32_t Flush();
   int32_t WriteBuffered(uint32_t offset, uint32_t count);
   int32_t Apply(const Held& held);
+  int32_t FindLastBoxEnd(uint64_t& end);
   int32_t Fail(int32_t code);
 
   File& file_;
@@ -93,13 +83,14 @@ class ReplayStream {
   uint32_t buffered_ = 0;
   bool anchored_ = false;  // the first appended bytes are on the medium
   uint32_t end_ = 0;
+  bool asked_ = false;     // the writer has asked for the file's size,
+  uint32_t asked_at_ = 0;  // behind its last box but the one that covers the rest of the file
   bool swallow_ = true;
   uint32_t cursors_ = 0;
   uint32_t position_[kCursors] = {};
   Held held_[kMaxHeld] = {};
   uint32_t held_count_ = 0;
-  Source* source_ = nullptr;
-  const void* names_[2] = {};
+  NamedBytes named_;
   int32_t result_ = 0;
 };
 

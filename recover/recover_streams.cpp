@@ -10,16 +10,10 @@ namespace {
 constexpr uint32_t kAudioNumber = ZMV_MAX_VIDEO;
 constexpr uint32_t kTextNumber = kAudioNumber + ZMV_MAX_AUDIO;
 static_assert(kTextNumber + ZMV_MAX_TEXT == ZMV_RECOVER_MAX_STREAMS);
-constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
+constexpr int64_t kMicrosecondsPerMillisecond = 1000;
 
 uint32_t StreamNumber(uint32_t media, uint32_t track) {
   return media == ZMV_MEDIA_VIDEO ? track : track + (media == ZMV_MEDIA_AUDIO ? kAudioNumber : kTextNumber);
-}
-
-// A time span in the units that durations of the medium are given in.
-uint32_t Duration(uint32_t media, uint64_t milliseconds) {
-  milliseconds = std::min<uint64_t>(milliseconds, UINT32_MAX);
-  return SaturatingU32(media == ZMV_MEDIA_VIDEO ? milliseconds * kMicrosecondsPerMillisecond : milliseconds);
 }
 
 ZMVRecoverStream& Insert(ZMVRecoverReport& report, uint32_t at, uint32_t media, uint32_t track) {
@@ -34,11 +28,14 @@ ZMVRecoverStream& Insert(ZMVRecoverReport& report, uint32_t at, uint32_t media, 
 
 }  // namespace
 
-uint32_t Streams::Number(const Record& record) { return StreamNumber(record.media, record.track); }
+uint32_t Streams::Number(const Record& record) const {
+  return record.stray ? last_ : StreamNumber(record.media, record.track);
+}
 
 void Streams::Open(const Front& front, ZMVRecoverReport& report) {
-  const auto add = [&report](uint32_t media, uint32_t track, bool described) {
+  const auto add = [&](uint32_t media, uint32_t track, bool described) {
     Insert(report, report.dwStreamCount, media, track).bDescribed = described ? 1 : 0;
+    last_ = StreamNumber(media, track);
   };
   for (uint32_t i = 0; i < front.info.dwVideoCount; ++i) add(ZMV_MEDIA_VIDEO, i, front.described_video[i]);
   if (front.info.dwAudioCount != 0) add(ZMV_MEDIA_AUDIO, 0, front.described_audio);
@@ -75,6 +72,17 @@ ZMVRecoverStream& Streams::Entry(const Record& record, ZMVRecoverReport& report)
   return Insert(report, at, record.media, record.track);
 }
 
+// The time since the last frame. Stamps are whole milliseconds: what they leave out is taken from the durations, so
+// that it does not add up from hole to hole.
+uint32_t Streams::Since(uint32_t media, const Stream& stream, uint64_t time) {
+  const int64_t units = media == ZMV_MEDIA_VIDEO ? kMicrosecondsPerMillisecond : 1;
+  const uint64_t stamped = (stream.last_time - stream.first_time) * static_cast<uint64_t>(units);
+  const auto ahead = static_cast<int64_t>(stream.clock - stamped);
+  const auto span = static_cast<int64_t>(std::min<uint64_t>(time - stream.last_time, UINT32_MAX)) * units;
+  const int64_t exact = ahead > -units && ahead < units ? span - ahead : span;
+  return SaturatingU32(static_cast<uint64_t>(std::max<int64_t>(exact, 0)));
+}
+
 void Streams::Accept(const Record& record, FoundFrame& frame, ZMVRecoverReport& report) {
   Stream& stream = streams_[Number(record)];
   frame.media = record.media;
@@ -86,14 +94,15 @@ void Streams::Accept(const Record& record, FoundFrame& frame, ZMVRecoverReport& 
   frame.after_hole = stream.interrupted;
   if (!any_) first_time_ = frame.time;
   any_ = true;
+  if (stream.frames == 0) stream.first_time = frame.time;
   // Durations are times since the frame before. A stream that begins late is shown early, but only its first frame.
-  uint64_t since = stream.last_time;
   bool anew = stream.interrupted && stream.frames != 0;
   if (stream.frames == 1 && stream.late) {
-    since = first_time_;
+    stream.first_time = stream.last_time = first_time_;
     anew = true;
   }
-  if (anew && frame.time >= since) frame.new_duration = Duration(record.media, frame.time - since);
+  if (anew && frame.time >= stream.last_time) frame.new_duration = Since(record.media, stream, frame.time);
+  if (stream.frames != 0) stream.clock += frame.new_duration;
   if (stream.frames == 0) stream.late = stream.interrupted;
   ++stream.frames;
   stream.interrupted = false;

@@ -19,21 +19,27 @@ class Streams {
   void Interrupt();
   void Interrupt(const Record& record);
 
+  // Which of the streams that there can be a frame counts for: below ZMV_RECOVER_MAX_STREAMS.
+  uint32_t Number(const Record& record) const;
+
   // Fills in what the streams know of a frame (all but its place and its bytes) and counts it.
   void Accept(const Record& record, FoundFrame& frame, ZMVRecoverReport& report);
 
  private:
   struct Stream {
     uint32_t frames = 0;
+    uint64_t first_time = 0;
     uint64_t last_time = 0;
+    uint64_t clock = 0;  // time from the first frame to the last one by the durations, in their units
     bool interrupted = false;
     bool late = false;  // frames in front of its first one are missing
   };
-  static uint32_t Number(const Record& record);
   uint64_t Time(const Record& record, const Stream& stream) const;
+  static uint32_t Since(uint32_t media, const Stream& stream, uint64_t time);
   ZMVRecoverStream& Entry(const Record& record, ZMVRecoverReport& report) const;
 
   Stream streams_[ZMV_RECOVER_MAX_STREAMS];
+  uint32_t last_ = 0;  // of the described ones
   bool any_ = false;
   uint64_t first_time_ = 0;
   uint64_t last_time_ = 0;  // of the frame found last, whatever its stream

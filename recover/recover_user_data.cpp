@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/byte_order.h"
+#include "base/host_memory.h"
 #include "mp4/zmv_mp4_format.h"
 #include "recover/recover_module.h"
 
@@ -15,9 +16,9 @@ using namespace zmv::mp4;
 // The entries of a table of 32-bit numbers, in order: spilled blocks from the file, then the writer's buffer.
 class TableEntries {
  public:
-  TableEntries(const MP4WriterTable& table, ReplayStream& stream) : table_(table), stream_(stream) {}
+  TableEntries(const MP4WriterTable& table, Output& output) : table_(table), output_(output) {}
 
-  // The next entry; false behind the last one and after a failure of the stream.
+  // The next entry; false behind the last one and after a failure to read.
   bool Next(uint32_t& value) {
     if (at_ == filled_ && !Fill()) return false;
     value = LoadBE32(batch_ + at_);
@@ -37,7 +38,7 @@ class TableEntries {
       const uint32_t offset = static_cast<uint32_t>(taken_ % table_.m_dwBufSize);
       const uint32_t count = std::min(kBatch, table_.m_dwBufSize - offset);
       const uint64_t position = uint64_t{table_.m_dwSpillPos[spill]} + kSpillHeaderSize + offset;
-      if (Failed(stream_.Read(position, batch_, count))) return false;
+      if (Failed(output_.Read(position, batch_, count))) return false;
       filled_ = count;
     } else {
       const uint64_t offset = taken_ - in_spills;
@@ -50,7 +51,7 @@ class TableEntries {
   }
 
   const MP4WriterTable& table_;
-  ReplayStream& stream_;
+  Output& output_;
   uint64_t taken_ = 0;  // bytes of the table that have been in the batch
   uint32_t at_ = 0;
   uint32_t filled_ = 0;
@@ -60,8 +61,8 @@ class TableEntries {
 // The text frames of one track that are long enough for blocks.
 class TextFrames {
  public:
-  TextFrames(const MP4WriterTrack& track, ReplayStream& stream)
-      : positions_(track.m_Stco, stream), sizes_(track.m_Stsz, stream) {
+  TextFrames(const MP4WriterTrack& track, Output& output)
+      : positions_(track.m_Stco, output), sizes_(track.m_Stsz, output) {
     Advance();
   }
   bool Left() const { return left_; }
@@ -82,28 +83,28 @@ class TextFrames {
 
 // Runs through the frames of up to two text tracks in file order. `append` receives the blocks of each.
 template <typename Append>
-int32_t ForEachSample(const MP4WriterHandle& writer, ReplayStream& stream, Append append) {
+int32_t ForEachSample(const MP4WriterHandle& writer, Output& output, Append append) {
   const MP4WriterTrack* tracks[ZMV_MAX_TEXT] = {};
   uint32_t count = 0;
   for (uint32_t i = 0; i < writer.m_dwTrackNum && count < ZMV_MAX_TEXT; ++i) {
     if (writer.m_pTrack[i]->dwMediaType == ZMV_MEDIA_TEXT) tracks[count++] = writer.m_pTrack[i];
   }
   if (count == 0) return 0;
-  TextFrames first(*tracks[0], stream);
-  TextFrames second(*tracks[count - 1], stream);
+  TextFrames first(*tracks[0], output);
+  TextFrames second(*tracks[count - 1], output);
   const bool two = count == ZMV_MAX_TEXT;
   while (first.Left() || (two && second.Left())) {
     const bool take_second = two && second.Left() && (!first.Left() || second.Position() < first.Position());
     TextFrames& frames = take_second ? second : first;
     uint8_t blocks[kUserDataPayloadSize - kGpsBlockOffset];
-    if (const int32_t result = stream.Read(uint64_t{frames.Position()} + kGpsBlockOffset, blocks, sizeof blocks);
+    if (const int32_t result = output.Read(uint64_t{frames.Position()} + kGpsBlockOffset, blocks, sizeof blocks);
         Failed(result)) {
       return result;
     }
     if (const int32_t result = append(blocks); Failed(result)) return result;
     frames.Advance();
   }
-  return stream.Result();
+  return output.Result();
 }
 
 }  // namespace
@@ -113,11 +114,21 @@ bool WantsUserData(uint32_t policy, const ZMVRecoverReport& report) {
   return policy == ZMV_RECOVER_USER_DATA_AUTO && report.bUserData != 0;
 }
 
-int32_t UserDataSource::GiveTo(MP4WriterHandle& writer, ReplayStream& stream, uint32_t samples) {
+// A stream that is not described has its frames in the last track, which is a text track when there is one.
+void SampleCount::Add(const FoundFrame& frame) {
+  if (info_.dwTextCount == 0) return;
+  if (frame.media == ZMV_MEDIA_TEXT) {
+    if (frame.size >= kUserDataPayloadSize) ++samples_;
+  } else if (frame.track >= (frame.media == ZMV_MEDIA_VIDEO ? info_.dwVideoCount : info_.dwAudioCount)) {
+    mixed_ = true;
+  }
+}
+
+int32_t UserDataSource::GiveTo(MP4WriterHandle& writer, NamedBytes& names, uint32_t samples) {
   HostMemory<uint8_t> gps = AllocateBytes(kModule, 1, __func__);
   HostMemory<uint8_t> sensor = AllocateBytes(kModule, 1, __func__);
   if (!gps || !sensor) return zmv::Result(ZMV_E_MEMORY);
-  stream.Generate(this, gps.Get(), sensor.Get());
+  names.Set(this, gps.Get(), sensor.Get());
   writer.m_pGpsr = gps.Release();
   writer.m_pSens = sensor.Release();
   writer.m_dwGpsrMax = writer.m_dwGpsrNum = samples;
@@ -126,19 +137,19 @@ int32_t UserDataSource::GiveTo(MP4WriterHandle& writer, ReplayStream& stream, ui
   return 0;
 }
 
-int32_t UserDataSource::Generate(const void* name, ReplayStream& stream) {
+int32_t UserDataSource::Generate(const void* name, Output& output) {
   if (name == writer_.m_pSens) {
-    return ForEachSample(writer_, stream, [&](const uint8_t* blocks) {
-      return stream.Append(blocks + (kSensorBlockOffset - kGpsBlockOffset), kSensorBlockSize);
+    return ForEachSample(writer_, output, [&](const uint8_t* blocks) {
+      return output.Append(blocks + (kSensorBlockOffset - kGpsBlockOffset), kSensorBlockSize);
     });
   }
   uint32_t number = 0;
-  return ForEachSample(writer_, stream, [&](const uint8_t* blocks) {
+  return ForEachSample(writer_, output, [&](const uint8_t* blocks) {
     uint8_t head[kGpsEntrySize - kGpsBlockSize];
     StoreLE32(head, number++);
     StoreLE32(head + 4, kGpsBlockSize);
-    if (const int32_t result = stream.Append(head, sizeof head); Failed(result)) return result;
-    return stream.Append(blocks, kGpsBlockSize);
+    if (const int32_t result = output.Append(head, sizeof head); Failed(result)) return result;
+    return output.Append(blocks, kGpsBlockSize);
   });
 }
 

@@ -9,7 +9,6 @@
 namespace zmv::recover {
 namespace {
 
-constexpr uint32_t kCapacity = 256 * 1024;
 constexpr uint32_t kCapacityStep = 64 * 1024;
 
 }  // namespace

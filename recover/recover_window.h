@@ -12,6 +12,9 @@ namespace zmv::recover {
 
 class Window {
  public:
+  // What is read at once, the rest of the first sector included.
+  static constexpr uint32_t kCapacity = 256 * 1024;
+
   explicit Window(File& file) : file_(file) {}
 
   // `count` bytes of the file, valid until the next call; null when the file has no such bytes or cannot be read there,

@@ -14,6 +14,7 @@ namespace {
 constexpr uint32_t kSeed = 7;
 constexpr const char* kPath = "recorded.mp4";
 constexpr uint32_t kRecordBytes = 28;
+constexpr uint32_t kDurationInRecord = 16;
 constexpr uint64_t kLookBack = 65536;  // no spilled table of these recordings is larger
 
 uint32_t Number(const ByteVector& bytes, size_t at) {
@@ -343,9 +344,12 @@ std::string CompareFrames(const ByteVector& file, const ZMVFileInfo& info, const
     const uint64_t from = sample.position - std::min<uint64_t>(sample.position, kRecordBytes);
     if (Part(file, from, kRecordBytes) == record) continue;
     if (frame.since != 0) {
+      // Stamps are whole milliseconds.
+      const uint32_t rounding = frame.media == ZMV_MEDIA_VIDEO ? 1000 : 1;
       TestFrame again = frame;
-      again.duration = frame.since;
-      if (Part(file, from, kRecordBytes) == RecordOf(again)) continue;
+      again.duration = Number(file, from + kDurationInRecord);
+      const bool close = again.duration < frame.since + rounding && again.duration + rounding > frame.since;
+      if (close && Part(file, from, kRecordBytes) == RecordOf(again)) continue;
     }
     const auto begin = file.begin() + static_cast<ptrdiff_t>(sample.position - std::min(sample.position, kLookBack));
     const auto end = file.begin() + static_cast<ptrdiff_t>(sample.position);

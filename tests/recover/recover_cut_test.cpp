@@ -79,6 +79,29 @@ TEST_F(CutRecording, BehindTheLastFrameWithoutSpills_EqualsTheClosedFile) {
   EXPECT_EQ(Difference(InPlace(recording.open), recording.closed), "");
 }
 
+// The writer puts frames of a stream that nobody described into the last track.
+TEST_F(CutRecording, FramesOfUndescribedStreams_GoWhereTheyWere) {
+  std::vector<TestFrame> frames = SmallFrames();
+  for (TestFrame& frame : frames) {
+    if (frame.media == ZMV_MEDIA_TEXT) frame.track = 3;
+  }
+  const Recording recording = Record(info_, frames, 1, 600000);
+  table_bytes_ = 4800;
+  EXPECT_EQ(Difference(InPlace(recording.open), recording.closed), "");
+  EXPECT_EQ(ReadBack(ToFile(recording.open)), ReadBack(recording.closed));
+}
+
+// Those of pictures carry no samples: the boxes, which cannot tell them from texts, are left out.
+TEST_F(CutRecording, PicturesOfUndescribedStreams_GoWhereTheyWere) {
+  std::vector<TestFrame> frames = SmallFrames();
+  for (size_t i = 0; i < frames.size(); i += 5) frames[i].track = static_cast<uint32_t>(1 + i % 3);
+  const Recording recording = Record(info_, frames);
+  const ByteVector completed = InPlace(recording.open);
+  EXPECT_EQ(ReadBack(completed), ReadBack(recording.closed));
+  EXPECT_EQ(ReadBack(ToFile(recording.open)), ReadBack(recording.closed));
+  EXPECT_TRUE(BoxBytes(completed, "GPSR").empty());
+}
+
 TEST_F(CutRecording, PresizedWithZeros_IsCoveredToItsEnd) {
   const Recording recording = Record(info_, SmallFrames());
   References references(info_, recording.frames);

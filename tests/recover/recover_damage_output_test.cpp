@@ -147,9 +147,8 @@ TEST_F(DamagedRecording, CompletedInPlace_IsLeftAloneTheSecondTime) {
   EXPECT_EQ(report_.dwState, ZMV_RECOVER_DAMAGED);
 }
 
-// Closing has put frames into the index that cannot be told from damaged ones, or not be found: it is kept.
-TEST_F(DamagedRecording, Closed_IsLeftAloneInPlace) {
-  // Sound with a run of zeros, as an encoder of silence may make it.
+// Sound with a run of zeros, as an encoder of silence may make it.
+TEST_F(DamagedRecording, ClosedWithZerosOfTheEncoder_IsWhole) {
   std::vector<TestFrame> frames = SmallFrames();
   const auto sound =
       std::find_if(frames.begin(), frames.end(), [](const TestFrame& frame) { return frame.media == ZMV_MEDIA_AUDIO; });
@@ -158,10 +157,13 @@ TEST_F(DamagedRecording, Closed_IsLeftAloneInPlace) {
   recording_ = Record(info_, frames);
   LogFile healthy(recording_.closed);
   EXPECT_EQ(recover::RecoverInPlace(healthy, param_, report_), 0);
-  EXPECT_EQ(report_.dwDropped, 1u);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+  EXPECT_EQ(report_.dwDropped, 0u);
   EXPECT_TRUE(healthy.log().empty());
+}
 
-  recording_ = Record(info_, SmallFrames());
+// Closing has put frames into the index that cannot be told from damaged ones, or not be found: it is kept.
+TEST_F(DamagedRecording, Closed_IsLeftAloneInPlace) {
   ByteVector damaged = recording_.closed;
   Fill(damaged, recording_.frames[20].position, recording_.frames[22].end, 0xEE);
   LogFile file(damaged);

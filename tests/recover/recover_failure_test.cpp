@@ -2,7 +2,6 @@
 // too large.
 #include "facade/zmvstream_writer.h"
 #include "recover/recover_in_place.h"
-#include "recover/recover_to_file.h"
 #include "tests/recover/recovery_test.h"
 
 namespace zmv::test {
@@ -75,10 +74,20 @@ TEST_F(FailingRecovery, ToFile_OtherHostCallsFailing_AreReported) {
   // The last allocation is for the description of the video track, which the writer leaves empty without it.
   Sweep(
       HostCall::kMalloc, {ZMV_E_MEMORY, ZMV_E_WRITE}, [&] { return TryToFile(); }, 1);
-  Sweep(HostCall::kReAlloc, {ZMV_E_MEMORY}, [&] { return TryToFile(); });
   Sweep(HostCall::kOpen, {ZMV_E_OPEN}, [&] { return TryToFile(); });
   Sweep(HostCall::kMutexCreate, {ZMV_E_MEMORY}, [&] { return TryToFile(); });
   host_.Fail(HostCall::kSync, 1);
+  EXPECT_EQ(static_cast<uint32_t>(TryToFile()), ZMV_E_WRITE);
+}
+
+// What the writer reads back when it closes: spilled tables, and the text frames that the boxes repeat.
+TEST_F(FailingRecovery, ToFile_ReadsAndSeeksFailing_AreReported) {
+  Sweep(HostCall::kRead, {ZMV_E_READ}, [&] { return TryToFile(); });
+  Sweep(HostCall::kSeek, {ZMV_E_SEEK, ZMV_E_WRITE}, [&] { return TryToFile(); });
+}
+
+TEST_F(FailingRecovery, ToFile_HostThatWritesNothingWithoutAnError_IsReported) {
+  host_.write_result = 0;
   EXPECT_EQ(static_cast<uint32_t>(TryToFile()), ZMV_E_WRITE);
 }
 
@@ -236,16 +245,6 @@ TEST_F(FailingRecovery, InPlaceBeyond4GiB_IsRefused) {
   }
   EXPECT_TRUE(written);
   EXPECT_TRUE(refused);
-}
-
-TEST_F(FailingRecovery, ToFileBeyond4GiB_IsRefused) {
-  // The host takes the bytes and keeps none.
-  host_.file_capacity = 1 << 20;
-  info_.dwVideoCount = info_.dwTextCount = 0;
-  ManyFrames frames(0, 1 << 18, 10);
-  EXPECT_EQ(static_cast<uint32_t>(
-                recover::WriteNewRecording({frames, info_, ZMV_FORMAT_MP4, kTarget, ZMV_RECOVER_USER_DATA_AUTO})),
-            ZMV_E_WRITE);
 }
 
 }  // namespace

@@ -56,6 +56,19 @@ TEST_F(DiskFileTest, Writing_GrowsAndTruncates) {
   EXPECT_STREQ(bytes, "x1234567abc");
 }
 
+TEST_F(DiskFileTest, SpaceThatWasNeverWritten_IsKnownToBeZeros) {
+  constexpr uint64_t kSize = uint64_t{6} << 30;
+  recover::DiskFile file;
+  ASSERT_EQ(file.Open(path.c_str(), true), 0);
+  EXPECT_EQ(file.DataEnd(), 10u);
+  ASSERT_EQ(file.Truncate(kSize), 0);
+  ASSERT_EQ(file.WriteAt(3 << 20, "x", 1), 0);
+  const uint64_t end = file.DataEnd();
+  EXPECT_GT(end, uint64_t{3} << 20);
+  // A file system without holes has nothing to tell.
+  EXPECT_TRUE(end == kSize || end <= uint64_t{4} << 20) << end;
+}
+
 TEST_F(DiskFileTest, WhatIsNoFile_IsRefused) {
   const std::string pipe = folder + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);

@@ -98,7 +98,11 @@ TEST_F(FrontTest, RecoveryBrand_IsSeen) {
   ASSERT_TRUE(Read(Recorded(info), front));
   EXPECT_TRUE(front.sound);
   EXPECT_TRUE(front.recovery_brand);
+  EXPECT_STREQ(front.info.szSoftware, "Recovery");
   EXPECT_EQ(front.info.m_dwFileType, 0u);
+  ASSERT_TRUE(Read(Recorded(SmallInfo()), front));
+  EXPECT_FALSE(front.recovery_brand);
+  EXPECT_STREQ(front.info.szSoftware, "");
 }
 
 TEST_F(FrontTest, FrontCutAnywhere_IsCutAndNotDamaged) {

@@ -1,4 +1,5 @@
 // Damaged recordings: a lost sector loses the frames it touches, and nothing wrong is delivered.
+#include "tests/recover/mp4_damage.h"
 #include "tests/recover/recover_test.h"
 
 namespace zmv::test {
@@ -6,41 +7,7 @@ namespace {
 
 using ::testing::Contains;
 
-constexpr size_t kSector = 512;
-
 class Mp4Damage : public RecoverTest {};
-
-// From its record to the end of its payload: tables that were spilled between the two are a part of it, since a lost
-// header of theirs leaves no way to the payload.
-bool Touches(const StoredFrame& frame, size_t from, size_t to) { return frame.position < to && frame.End() > from; }
-
-// What a damaged frame may still say: exactly its record.
-bool SameRecord(const StoredFrame& one, const StoredFrame& other) {
-  StoredFrame same = one;
-  same.bytes = other.bytes;
-  return one.bytes.size() == other.bytes.size() && same == other;
-}
-
-enum class Allow { kNothing, kUncompressed, kAnyMedium };
-
-// Every untouched frame in order, and of the touched ones only those that cannot be told from sound ones.
-void ExpectLosesOnlyTouched(const Found& found, const std::vector<StoredFrame>& frames, size_t from, size_t to,
-                            Allow allow) {
-  ASSERT_EQ(found.result, 0);
-  size_t next = 0;
-  for (const StoredFrame& frame : frames) {
-    const bool here = next < found.frames.size() && found.frames[next].position == frame.position;
-    if (!Touches(frame, from, to)) {
-      ASSERT_TRUE(here) << "damage at " << from << " loses " << frame;
-      ASSERT_EQ(found.frames[next], frame) << "damage at " << from;
-    } else if (here) {
-      const bool told = allow == Allow::kAnyMedium || (allow == Allow::kUncompressed && frame.media == ZMV_MEDIA_TEXT);
-      ASSERT_TRUE(told && SameRecord(found.frames[next], frame)) << "damage at " << from << ", " << found.frames[next];
-    }
-    if (here) ++next;
-  }
-  ASSERT_EQ(next, found.frames.size()) << "damage at " << from << " invents " << found.frames[next];
-}
 
 // Frames of up to a few sectors, many of them small.
 struct Mixed {

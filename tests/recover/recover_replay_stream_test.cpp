@@ -1,8 +1,8 @@
 #include "recover/recover_replay_stream.h"
 
 #include "recover/recover_tables.h"
-#include "recover/recover_user_data.h"
 #include "tests/recover/recovery_test.h"
+#include "tests/recover/sparse_file.h"
 
 namespace zmv::test {
 namespace {
@@ -80,6 +80,64 @@ TEST_F(ReplayStreamTest, Cut_DropsWhatLiesBehind) {
   EXPECT_EQ(file_.bytes().size(), 110u);
 }
 
+// A free box at the end of a file needs a header, and its end a position.
+TEST_F(ReplayStreamTest, SizeThatABoxCanCover_IsWhatTheWriterIsTold) {
+  struct Case {
+    uint64_t size;
+    uint32_t end;
+    uint64_t told;
+  };
+  constexpr uint64_t kLargest = 0xFFFFFFFF;
+  const Case cases[] = {
+      {1000, 1000, 1000},
+      {1000, 1004, 1004},
+      {100000, 1000, 100000},
+      {kLargest, 1000, kLargest},
+      {kLargest + 1, 1000, kLargest},
+      {uint64_t{1} << 40, 1000, kLargest},
+      {kLargest + 1, 0xFFFFFFF7, kLargest},
+      {kLargest + 1, 0xFFFFFFF8, 0xFFFFFFF8},
+      {kLargest, 0xFFFFFFFE, 0xFFFFFFFE},
+  };
+  for (const Case& with : cases) {
+    SparseFile file(ByteVector(1000, 1), with.size);
+    ReplayStream stream(file);
+    ASSERT_EQ(stream.Prepare(), 0);
+    stream.WriteFrom(with.end);
+    EXPECT_EQ(ZMVStreamBuf_GetFileSize(stream.Handle()), static_cast<int64_t>(with.told))
+        << with.size << " " << with.end;
+  }
+}
+
+// The box that the writer writes when it knows the file's size tells, whatever the size was.
+TEST_F(ReplayStreamTest, WhatTheLastBoxDoesNotCover_Goes) {
+  struct Case {
+    uint64_t size;
+    ByteVector box;
+    uint64_t expected;
+  };
+  const Case cases[] = {
+      {5000, Join({Be32(4000), Text("free")}), 5000},  // all is covered
+      {5000, Join({Be32(3000), Text("free")}), 4000},
+      {5000, Join({Be32(8), Text("free")}), 1008},
+      {5000, {}, 1000},
+      {1002, Join({Be32(8), Text("free")}), 1008},
+      {uint64_t{1} << 33, Join({Be32(0xFFFFFFFF - 1000), Text("free")}), 0xFFFFFFFF},
+  };
+  for (const Case& with : cases) {
+    SparseFile file(ByteVector(900, 1), with.size);
+    ReplayStream stream(file);
+    ASSERT_EQ(stream.Prepare(), 0);
+    stream.WriteFrom(900);
+    EXPECT_EQ(stream.Append(ByteVector(100, 2).data(), 100), 0);
+    ZMVStreamBuf_GetFileSize(stream.Handle());
+    EXPECT_EQ(stream.Append(with.box.data(), static_cast<uint32_t>(with.box.size())), 0);
+    EXPECT_EQ(stream.Settle(false), 0);
+    EXPECT_EQ(file.Size(), with.expected);
+    EXPECT_EQ(file.log().back().kind, SparseFile::Kind::kSync);
+  }
+}
+
 TEST_F(ReplayStreamTest, ReadsWhatWasAppended) {
   stream_.WriteFrom(1000);
   Write(Text("tables"));
@@ -118,11 +176,11 @@ TEST_F(ReplayStreamTest, OtherUses_AreRefused) {
 }
 
 // A source that hands out what its name says.
-class Letters final : public ReplayStream::Source {
+class Letters final : public recover::NamedBytes::Source {
  public:
-  int32_t Generate(const void* name, ReplayStream& stream) override {
+  int32_t Generate(const void* name, recover::Output& output) override {
     const std::string text(count, *static_cast<const char*>(name));
-    return stream.Append(text.data(), static_cast<uint32_t>(text.size()));
+    return output.Append(text.data(), static_cast<uint32_t>(text.size()));
   }
   size_t count = 5;
 };
@@ -130,7 +188,7 @@ class Letters final : public ReplayStream::Source {
 TEST_F(ReplayStreamTest, Named_IsGenerated) {
   Letters letters;
   const char a = 'a', b = 'b';
-  stream_.Generate(&letters, &a, &b);
+  stream_.Named().Set(&letters, &a, &b);
   stream_.WriteFrom(1000);
   Write(Text("<"));
   EXPECT_EQ(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &b, 5), 5);
@@ -139,16 +197,6 @@ TEST_F(ReplayStreamTest, Named_IsGenerated) {
   EXPECT_EQ(ByteVector(file_.bytes().begin() + 1000, file_.bytes().end()), Text("<bbbbbaaaaa"));
   letters.count = 4;
   EXPECT_EQ(static_cast<uint32_t>(ZMVStreamBuf_WriteBuffer(stream_.Handle(), writes_, &a, 5)), ZMV_E_READ);
-}
-
-TEST_F(ReplayStreamTest, WantsUserData_AsPolicyAndFramesSay) {
-  ZMVRecoverReport report = {};
-  for (const bool carries : {false, true}) {
-    report.bUserData = carries ? 1 : 0;
-    EXPECT_EQ(recover::WantsUserData(ZMV_RECOVER_USER_DATA_AUTO, report), carries);
-    EXPECT_TRUE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_ALWAYS, report));
-    EXPECT_FALSE(recover::WantsUserData(ZMV_RECOVER_USER_DATA_NEVER, report));
-  }
 }
 
 TEST_F(ReplayStreamTest, ResizedTables_HoldWholeEntries) {

@@ -81,6 +81,24 @@ TEST_F(StreamsTest, HoleOfHours_SaturatesTheDuration) {
   EXPECT_EQ(Accept(ZMV_MEDIA_VIDEO, 5000000, 40000).new_duration, UINT32_MAX);
 }
 
+// 30 pictures a second, stamps in whole milliseconds: what they leave out does not add up over the holes.
+TEST_F(StreamsTest, ManyHoles_KeepTheTimeToTheMillisecond) {
+  constexpr uint32_t kDurations[] = {33333, 33333, 33334};
+  uint64_t exact = 0;
+  uint64_t shown = 0;
+  uint64_t taken = 0;
+  for (uint32_t i = 0; i < 3000; ++i, exact += kDurations[i % 3]) {
+    if (i % 7 == 3) {
+      streams.Interrupt();
+      continue;
+    }
+    const FoundFrame frame = Accept(ZMV_MEDIA_VIDEO, static_cast<uint32_t>(exact / 1000), kDurations[(i + 2) % 3]);
+    if (taken++ != 0) shown += frame.new_duration;
+    ASSERT_LE(shown, exact) << i;
+    ASSERT_GE(shown + 1000, exact) << i;
+  }
+}
+
 // Its first frame is shown at the start of the recording, since nothing else can be said; the second one at its time.
 TEST_F(StreamsTest, StreamThatBeginsBehindAHole_IsRightFromItsSecondFrame) {
   Accept(ZMV_MEDIA_VIDEO, 1000, 40000);

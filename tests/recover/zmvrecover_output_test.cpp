@@ -8,11 +8,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 
 #include "facade/zmvstream_reader.h"
 #include "platform/zmv_host.h"
 #include "recover/zmvrecover.h"
+#include "stream/zmvstream_buf.h"
 #include "tests/support/sample_recording.h"
 
 namespace zmv::test {
@@ -25,6 +27,23 @@ Bytes Load(const fs::path& path) { return ReadWholeFile(path.string()); }
 void Store(const fs::path& path, const Bytes& bytes) {
   std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), ssize_t(bytes.size()));
 }
+
+// While it lives, permissions count also where the test runs as root.
+class Unprivileged {
+ public:
+  Unprivileged() {
+    constexpr uid_t kNobody = 65534;
+    if (before_ == 0) {
+      EXPECT_EQ(seteuid(kNobody), 0);
+    }
+  }
+  ~Unprivileged() { EXPECT_EQ(seteuid(before_), 0); }
+  Unprivileged(const Unprivileged&) = delete;
+  Unprivileged& operator=(const Unprivileged&) = delete;
+
+ private:
+  const uid_t before_ = geteuid();
+};
 
 class RecoverCalls : public testing::Test {
  protected:
@@ -49,7 +68,10 @@ class RecoverCalls : public testing::Test {
     }
     Store(Path("cut.mp4"), cut_);
   }
-  ~RecoverCalls() override { fs::remove_all(folder_); }
+  ~RecoverCalls() override {
+    fs::permissions(folder_, fs::perms::owner_all);
+    fs::remove_all(folder_);
+  }
 
   static uint32_t Number(const Bytes& bytes, size_t at) {
     return uint32_t{bytes.at(at)} << 24 | uint32_t{bytes.at(at + 1)} << 16 | uint32_t{bytes.at(at + 2)} << 8 |
@@ -63,6 +85,16 @@ class RecoverCalls : public testing::Test {
     param.pszTarget = to.c_str();
     srand(7);  // the front holds a box of random size
     return ZMVRecoverToFile(&param, &report_);
+  }
+  int32_t Probe(const std::string& path) {
+    ZMVRecoverParam param = {};
+    param.pszPath = path.c_str();
+    return ZMVRecoverProbe(&param, &report_, nullptr);
+  }
+  std::set<std::string> Listing() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder_)) names.insert(entry.path().filename().string());
+    return names;
   }
   int32_t InPlace(const std::string& path) {
     ZMVRecoverParam param = {};
@@ -137,6 +169,67 @@ TEST_F(RecoverCalls, TargetThatExists_IsRefusedAndStays) {
   EXPECT_EQ(Load(Path("cut.mp4")), cut_);
 }
 
+TEST_F(RecoverCalls, TargetThatIsNoFile_IsRefusedAndStays) {
+  fs::create_directory(Path("folder"));
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("folder", Path("link").c_str()), 0);
+  const auto names = Listing();
+  // The last three are the damaged file under other names, and no name at all.
+  for (const char* name : {"folder", "folder/", "link", "link/", "pipe", "folder/../cut.mp4", "link/../cut.mp4", ""}) {
+    EXPECT_EQ(static_cast<uint32_t>(ToFile(Path("cut.mp4"), *name == 0 ? "" : Path(name))), ZMV_E_OPEN) << name;
+    EXPECT_EQ(Listing(), names) << name;
+  }
+  EXPECT_TRUE(fs::is_empty(Path("folder")));
+  EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+}
+
+TEST_F(RecoverCalls, ReadOnlyFile_IsReadAndStays) {
+  fs::create_directory(Path("out"));
+  fs::permissions(Path("out"), fs::perms::all);
+  fs::permissions(folder_, fs::perms(0555));
+  fs::permissions(Path("cut.mp4"), fs::perms(0444));
+  const auto written = fs::last_write_time(Path("cut.mp4"));
+  {
+    const Unprivileged user;
+    EXPECT_EQ(Probe(Path("cut.mp4")), 0);
+    EXPECT_EQ(report_.dwState, ZMV_RECOVER_CUT);
+    EXPECT_EQ(static_cast<uint32_t>(InPlace(Path("cut.mp4"))), ZMV_E_OPEN);
+    EXPECT_EQ(ToFile(Path("cut.mp4"), Path("out/new.mp4")), 0);
+    EXPECT_EQ(Readable(Path("out/new.mp4")), report_.dwFrames);
+  }
+  EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+  EXPECT_EQ(fs::last_write_time(Path("cut.mp4")), written);
+}
+
+TEST_F(RecoverCalls, ReadOnlyDirectory_TakesNoNewFileAndLetsInPlaceWork) {
+  fs::permissions(Path("cut.mp4"), fs::perms(0666));
+  fs::permissions(folder_, fs::perms(0555));
+  const auto names = Listing();
+  {
+    const Unprivileged user;
+    EXPECT_EQ(Probe(Path("cut.mp4")), 0);
+    EXPECT_EQ(static_cast<uint32_t>(ToFile(Path("cut.mp4"), Path("new.mp4"))), ZMV_E_OPEN);
+    EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+    EXPECT_EQ(InPlace(Path("cut.mp4")), 0);
+    EXPECT_EQ(Readable(Path("cut.mp4")), report_.dwFrames);
+  }
+  EXPECT_EQ(Listing(), names);
+}
+
+TEST_F(RecoverCalls, FileThatMayNotBeRead_IsRefused) {
+  fs::permissions(folder_, fs::perms::all);
+  fs::permissions(Path("cut.mp4"), fs::perms::none);
+  {
+    const Unprivileged user;
+    EXPECT_EQ(static_cast<uint32_t>(Probe(Path("cut.mp4"))), ZMV_E_OPEN);
+    EXPECT_EQ(static_cast<uint32_t>(ToFile(Path("cut.mp4"), Path("new.mp4"))), ZMV_E_OPEN);
+    EXPECT_EQ(static_cast<uint32_t>(InPlace(Path("cut.mp4"))), ZMV_E_OPEN);
+    EXPECT_FALSE(fs::exists(Path("new.mp4")));
+  }
+  fs::permissions(Path("cut.mp4"), fs::perms::owner_all);
+  EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+}
+
 TEST_F(RecoverCalls, WhatCannotBeOpened_IsRefused) {
   const std::string long_name(250, 'x');
   EXPECT_EQ(static_cast<uint32_t>(ToFile(Path("absent.mp4"), Path("new.mp4"))), ZMV_E_OPEN);
@@ -169,6 +262,46 @@ TEST_F(RecoverCalls, StoppedCall_RemovesTheTarget) {
   EXPECT_FALSE(fs::exists(to));
   EXPECT_EQ(static_cast<uint32_t>(ZMVRecoverInPlace(&param, nullptr)), ZMV_E_CANCELLED);
   EXPECT_EQ(Load(from), cut_);
+}
+
+// An application that takes over every file that is closed gets the new recording too, complete, and once; of a call
+// that is stopped, the file is removed when it has been handed over.
+TEST_F(RecoverCalls, CloseCallbackOfTheApplication_GetsTheNewFileAlone) {
+  struct Closed {
+    std::string path;
+    uint64_t size;
+  };
+  static std::vector<Closed> closed;
+  closed.clear();
+  ZMVStreamBuf_SetOption(1, [](int32_t descriptor, const char* path) {
+    struct stat status = {};
+    EXPECT_EQ(fstat(descriptor, &status), 0);
+    closed.push_back({path, static_cast<uint64_t>(status.st_size)});
+  });
+  EXPECT_EQ(ToFile(Path("cut.mp4"), Path("new.mp4")), 0);
+  ASSERT_EQ(closed.size(), 1u) << "the damaged file is not the library's to close";
+  EXPECT_EQ(closed[0].path, Path("new.mp4"));
+  EXPECT_EQ(closed[0].size, fs::file_size(Path("new.mp4")));
+  EXPECT_EQ(Load(Path("cut.mp4")), cut_);
+  EXPECT_EQ(Probe(Path("new.mp4")), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+
+  ZMVRecoverParam param = {};
+  const std::string from = Path("cut.mp4"), to = Path("other.mp4");
+  param.pszPath = from.c_str();
+  param.pszTarget = to.c_str();
+  param.pfnProgress = [](void*, uint64_t done, uint64_t) { return uint32_t{done != 0}; };
+  EXPECT_EQ(static_cast<uint32_t>(ZMVRecoverToFile(&param, nullptr)), ZMV_E_CANCELLED);
+  EXPECT_FALSE(fs::exists(to));
+  EXPECT_EQ(closed.back().path, to);
+
+  const size_t files = closed.size();
+  EXPECT_EQ(InPlace(Path("cut.mp4")), 0);
+  EXPECT_EQ(closed.size(), files);
+  ZMVStreamBuf_SetOption(0, nullptr);
+  EXPECT_EQ(Probe(Path("cut.mp4")), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+  EXPECT_EQ(Readable(Path("cut.mp4")), report_.dwFrames);
 }
 
 // The file system refuses to let a file grow, wherever that may be.

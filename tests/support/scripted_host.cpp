@@ -16,6 +16,9 @@ namespace zmv::test {
 struct MemoryFile {
   std::string path;
   ByteVector bytes;
+  uint64_t counted = 0;  // where the bytes end that are not kept
+
+  uint64_t Size() const { return std::max<uint64_t>(bytes.size(), counted); }
 };
 
 namespace {
@@ -65,6 +68,7 @@ std::shared_ptr<MemoryFile> ScriptedHost::Create(const std::string& path) {
   if (!file) file = std::make_shared<MemoryFile>();
   file->path = path;
   file->bytes.clear();
+  file->counted = 0;
   return file;
 }
 
@@ -76,6 +80,11 @@ ByteVector& ScriptedHost::File(const std::string& path) {
   auto file = Find(path);
   if (!file) file = Create(path);
   return file->bytes;
+}
+
+uint64_t ScriptedHost::FileSize(const std::string& path) const {
+  auto file = Find(path);
+  return file ? file->Size() : 0;
 }
 
 void ScriptedHost::Fail(HostCall call, uint64_t nth, Duration duration) {
@@ -277,10 +286,13 @@ int64_t ZMV_FileRead(void* handle, void* buffer, uint32_t length) {
   OpenFile& open = Opened(handle);
   int64_t result = -1;
   if (Enter(HostCall::kRead)) {
-    uint64_t size = open.file->bytes.size();
+    uint64_t size = open.file->Size();
     uint64_t left = open.position < size ? size - open.position : 0;
     uint64_t count = std::min({left, uint64_t{length}, host->max_transfer});
-    if (count != 0) memcpy(buffer, open.file->bytes.data() + open.position, count);
+    const auto& bytes = open.file->bytes;
+    uint64_t kept = open.position < bytes.size() ? std::min(count, bytes.size() - open.position) : 0;
+    if (kept != 0) memcpy(buffer, bytes.data() + open.position, kept);
+    if (kept < count) memset(static_cast<uint8_t*>(buffer) + kept, 0, count - kept);
     result = static_cast<int64_t>(count);
   }
   Note(HostCall::kRead, open.file->path, open.position, length, result);
@@ -301,11 +313,13 @@ int64_t ZMV_FileWrite(void* handle, const void* buffer, uint32_t length) {
     uint64_t room = open.position < host->file_capacity ? host->file_capacity - open.position : 0;
     uint64_t count = std::min({room, uint64_t{length}, host->max_transfer});
     auto& bytes = open.file->bytes;
-    if (bytes.size() < open.position + count) {
-      if (bytes.capacity() < open.position + count) bytes.reserve(2 * (open.position + count));
-      bytes.resize(open.position + count);
+    const uint64_t kept = open.position < host->kept ? std::min(count, host->kept - open.position) : 0;
+    if (kept != 0 && bytes.size() < open.position + kept) {
+      if (bytes.capacity() < open.position + kept) bytes.reserve(2 * (open.position + kept));
+      bytes.resize(open.position + kept);
     }
-    if (count != 0) memcpy(bytes.data() + open.position, buffer, count);
+    if (kept != 0) memcpy(bytes.data() + open.position, buffer, kept);
+    if (kept < count) open.file->counted = std::max(open.file->counted, open.position + count);
     result = static_cast<int64_t>(count);
   }
   if (result < static_cast<int64_t>(length)) zmv::test::RaiseError(open.stream);
@@ -327,7 +341,7 @@ int32_t ZMV_FileSeek(void* handle, int64_t offset, uint32_t origin) {
 int64_t ZMV_FileSize(void* handle) {
   OpenFile& open = Opened(handle);
   uint64_t presized = ScriptedHost::Current() != nullptr ? ScriptedHost::Current()->presized : 0;
-  int64_t size = static_cast<int64_t>(std::max<uint64_t>(open.file->bytes.size(), presized));
+  int64_t size = static_cast<int64_t>(std::max(open.file->Size(), presized));
   if (!Enter(HostCall::kSize)) size = -1;
   Note(HostCall::kSize, open.file->path, open.position, 0, size);
   return size;

@@ -80,6 +80,9 @@ class ScriptedHost {
   ByteVector& File(const std::string& path);  // made empty when absent
   // Files grow no further than this; a write is then short, or fails.
   uint64_t file_capacity = UINT64_MAX;
+  // Bytes of a file behind this are counted only, so that files of gigabytes take no memory. They read as zeros.
+  uint64_t kept = UINT64_MAX;
+  uint64_t FileSize(const std::string& path) const;  // with those that are not kept; 0 when absent
   // What ZMV_FileSize answers beyond the file's own size (a pre-sized file on disk).
   uint64_t presized = 0;
   // The longest result of one read or write call.
