@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "avi/avi_writer.h"
 #include "base/byte_order.h"
 #include "base/fourcc.h"
 #include "recover/recover_avi_search.h"
@@ -24,10 +25,10 @@ constexpr uint32_t kEntryFlags = 4;
 constexpr uint32_t kEntryOffset = 8;
 constexpr uint32_t kEntrySize = 12;
 
-bool IsClosingChunk(const uint8_t* bytes) {
+// By the header alone, which also stands in many a payload.
+bool BeginsClosingChunk(const uint8_t* bytes) {
   const uint32_t code = LoadLE32(bytes);
-  if (code == FourCC("JUNK")) return true;
-  return code == FourCC("idx1") && LoadLE32(bytes + kCodeSize) % kIdx1EntrySize == 0;
+  return code == FourCC("JUNK") || (code == FourCC("idx1") && LoadLE32(bytes + kCodeSize) % kIdx1EntrySize == 0);
 }
 
 // True when the code of a chunk, or of one that closing writes, can begin with these bytes.
@@ -41,6 +42,10 @@ bool BeginsCode(const uint8_t* bytes, uint32_t count) {
     if (digits && (count <= 2 || std::memcmp(bytes + 2, type, count - 2) == 0)) return true;
   }
   return false;
+}
+
+bool AllZero(const uint8_t* bytes, uint32_t count) {
+  return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
 }
 
 bool BeginsWithStartCode(const uint8_t* bytes, uint32_t count) {
@@ -112,6 +117,16 @@ bool AviChain::IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t p
   return view.size == kIdx1EntrySize && IsEntry(before, position - kIdx1EntrySize);
 }
 
+// The index names a chunk, if the medium has its first entry. The chunk with the file's name has its size, and the one
+// that covers the rest of the file goes to its end.
+bool AviChain::IsClosing(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position) {
+  if (count < kChunkHeaderSize || !BeginsClosingChunk(bytes)) return false;
+  const uint32_t size = LoadLE32(bytes + kCodeSize);
+  if (LoadLE32(bytes) == FourCC("JUNK")) return size == kNameSize || size >= file_end() - position - kChunkHeaderSize;
+  const uint8_t* const entry = bytes + kChunkHeaderSize;
+  return !placed_ || size == 0 || count < kSeen || AllZero(entry, kIdx1EntrySize) || IsEntry(entry, position);
+}
+
 // The size of a chunk without data at the end may be zeros that were not written, if it is in another sector than the
 // code in front of it.
 bool AviChain::MayLackSize(uint64_t position) const {
@@ -137,7 +152,8 @@ Place AviChain::At(uint64_t position) {
     const bool beyond = place.record.size > file_end() - position - kChunkHeaderSize;
     const bool lacking = place.record.size == 0 && MayLackSize(position);
     place.item = beyond || lacking ? Item::kRecordBeyond : Item::kRecord;
-  } else if (count >= kChunkHeaderSize && IsClosingChunk(bytes)) {
+    place.whole_header = true;
+  } else if (IsClosing(bytes, count, position)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
@@ -177,7 +193,7 @@ bool AviChain::BeginsItem(const uint8_t* bytes, uint32_t count, uint64_t positio
   if (count == 0 || !BeginsCode(bytes, count)) return false;
   if (count < kChunkHeaderSize) return true;
   Record record;
-  if (!Parse(bytes, record)) return IsClosingChunk(bytes);
+  if (!Parse(bytes, record)) return BeginsClosingChunk(bytes);
   return record.size <= file_end() - position - kChunkHeaderSize;
 }
 

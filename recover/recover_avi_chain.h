@@ -39,6 +39,7 @@ class AviChain final : public Chain {
   bool Parse(const uint8_t* bytes, Record& record) const;
   bool BeginsItem(const uint8_t* bytes, uint32_t count, uint64_t position) const;
   bool IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position);
+  bool IsClosing(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position);
   bool MayLackSize(uint64_t position) const;
   bool IsEntry(const uint8_t* bytes, uint64_t position);
   uint32_t VideoTrackOf(const Record& record) const;

@@ -159,6 +159,12 @@ AviShape Undescribed() {
   return shape;
 }
 
+std::vector<AviShape> AllAviShapes() {
+  std::vector<AviShape> shapes = RegularAviShapes();
+  shapes.push_back(Lookalikes());
+  return shapes;
+}
+
 std::vector<AviShape> RegularAviShapes() {
   return {VideoOnly(), SoundOnly(), TwoCameras(), EveryStream(), JpegAndPcm(), EmptyFrames(), Undescribed()};
 }

@@ -32,6 +32,7 @@ AviShape Lookalikes();
 // Texts, and pictures of a second camera, which no header describes: the writer puts them into the last stream.
 AviShape Undescribed();
 
+std::vector<AviShape> AllAviShapes();
 // All but the lookalikes.
 std::vector<AviShape> RegularAviShapes();
 

@@ -55,8 +55,21 @@ TEST_F(AviChainTest, Chunks_AreKnownByCodeStreamAndSize) {
   EXPECT_EQ(ItemAt({first_, Hex("00"), Text("01wb"), Le32(2), Hex("2110")}, 527), Item::kBroken);  // odd
   EXPECT_EQ(ItemAt({first_}, 526), Item::kEnd);
   EXPECT_EQ(ItemAt({first_, ByteVector(100)}, 526), Item::kEnd);
-  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(16), ByteVector(16, 1)}, 526), Item::kBox);
-  EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(320), ByteVector(320, 1)}, 526), Item::kBox);
+}
+
+// Their codes alone stand in many a payload.
+TEST_F(AviChainTest, ClosingChunks_AreWhatClosingWrites) {
+  const ByteVector entry = Join({Text("00dc"), Le32(16), Le32(4), Le32(6)});
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(16), entry}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(0), Text("JUNK")}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(16), ByteVector(16), ByteVector(40, 1)}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(16), Hex("05")}, 526), Item::kBox);  // cut off
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(17), entry}, 526), Item::kBroken);
+  EXPECT_EQ(ItemAt({first_, Text("idx1"), Le32(16), ByteVector(16, 1)}, 526), Item::kBroken);
+  EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(320), ByteVector(900, 1)}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(900), ByteVector(900, 1)}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(901), ByteVector(900, 1)}, 526), Item::kBox);
+  EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(899), ByteVector(900, 1)}, 526), Item::kBroken);
 }
 
 // Frames of a track that no header describes were put into the last stream, and into no other.

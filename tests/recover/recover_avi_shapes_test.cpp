@@ -34,7 +34,7 @@ class AviShapes : public AviRecoveryTest {
 };
 
 TEST_F(AviShapes, CutAtEveryByte_GiveTheCompleteFrames) {
-  for (const AviShape& shape : RegularAviShapes()) {
+  for (const AviShape& shape : AllAviShapes()) {
     const AviRecording recording = RecordAvi(shape.info, shape.frames);
     for (uint64_t length = recording.FirstChunk(); length <= recording.open.size(); ++length) {
       ASSERT_EQ(FaultsAt(recording.open, length, recording, shape.info), "") << shape.name << " cut at " << length;
@@ -43,7 +43,7 @@ TEST_F(AviShapes, CutAtEveryByte_GiveTheCompleteFrames) {
 }
 
 TEST_F(AviShapes, CutBehindTheLastFrame_EqualTheClosedFileInPlace) {
-  for (const AviShape& shape : RegularAviShapes()) {
+  for (const AviShape& shape : AllAviShapes()) {
     const AviRecording recording = RecordAvi(shape.info, shape.frames);
     EXPECT_EQ(Difference(InPlace(recording.open), recording.closed), "") << shape.name;
   }
@@ -51,7 +51,7 @@ TEST_F(AviShapes, CutBehindTheLastFrame_EqualTheClosedFileInPlace) {
 
 TEST_F(AviShapes, Closed_AreWholeAndStayAsTheyAre) {
   constexpr uint32_t kNoFill = 1;
-  for (AviShape& shape : RegularAviShapes()) {
+  for (AviShape& shape : AllAviShapes()) {
     for (const uint32_t fill : {0u, kNoFill}) {
       shape.info.dwAiddValue = fill;
       const AviRecording recording = RecordAvi(shape.info, shape.frames);
@@ -65,7 +65,7 @@ TEST_F(AviShapes, Closed_AreWholeAndStayAsTheyAre) {
 // The headers state more than there is.
 TEST_F(AviShapes, ClosedAndThenCut_AreAsIfNeverClosed) {
   constexpr uint64_t kCover = 8;  // says nothing that is missed
-  for (const AviShape& shape : RegularAviShapes()) {
+  for (const AviShape& shape : AllAviShapes()) {
     const AviRecording recording = RecordAvi(shape.info, shape.frames);
     for (uint64_t length = recording.FirstChunk(); length + kCover < recording.closed.size(); length += 5) {
       ASSERT_EQ(FaultsAt(recording.closed, length, recording, shape.info), "") << shape.name << " cut at " << length;
@@ -75,7 +75,7 @@ TEST_F(AviShapes, ClosedAndThenCut_AreAsIfNeverClosed) {
 
 // Whatever the medium has of the writes that close a recording, sector by sector.
 TEST_F(AviShapes, LostInPartWhileClosing_KeepEveryFrame) {
-  for (const AviShape& shape : RegularAviShapes()) {
+  for (const AviShape& shape : AllAviShapes()) {
     const AviRecording recording = RecordAvi(shape.info, shape.frames);
     const size_t count = recording.frames.size();
     std::mt19937 random(5);
@@ -101,7 +101,7 @@ TEST_F(AviShapes, LostInPartWhileClosing_KeepEveryFrame) {
 }
 
 TEST_F(AviShapes, MadeLongInAdvance_GiveTheFramesOfTheSectorsThatWereWritten) {
-  for (const AviShape& shape : RegularAviShapes()) {
+  for (const AviShape& shape : AllAviShapes()) {
     const AviRecording recording = RecordAvi(shape.info, shape.frames);
     const uint64_t first = recording.FirstChunk() / kSector + 1;
     for (uint64_t length = first * kSector; length < recording.open.size() + kSector; length += kSector) {
