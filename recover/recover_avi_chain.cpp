@@ -55,8 +55,7 @@ bool BeginsWithStartCode(const uint8_t* bytes, uint32_t count) {
 
 }  // namespace
 
-int32_t AviChain::Open(const AviFront& front, bool any_stream) {
-  any_stream_ = any_stream;
+int32_t AviChain::Open(const AviFront& front, uint64_t known_end, Progress* progress) {
   placed_ = front.front.mdat != 0;
   std::copy(std::begin(front.streams), std::end(front.streams), streams_);
   for (const AviStream& stream : streams_) {
@@ -68,7 +67,7 @@ int32_t AviChain::Open(const AviFront& front, bool any_stream) {
   begin_ = front.front.end;
   stream_count_ = front.stream_count;
   video_count_ = front.front.info.dwVideoCount;
-  if (const int32_t result = FindEnds(); Failed(result)) return result;
+  if (const int32_t result = FindEnds(known_end, progress); Failed(result)) return result;
   return Error();
 }
 

@@ -17,9 +17,11 @@ class AviChain final : public Chain {
  public:
   explicit AviChain(Window& window) : Chain(window) {}
 
-  // Finds the ends of the file and takes what is known of the streams; with `any_stream` also chunks of others are
-  // taken. 0, or a negative code.
-  int32_t Open(const AviFront& front, bool any_stream = false);
+  // Finds the ends of the file and takes what is known of the streams. `known_end`: written_end() as another chain over
+  // the same bytes has found it, 0 = not known; `progress` may be null. 0, or a negative code.
+  int32_t Open(const AviFront& front, uint64_t known_end = 0, Progress* progress = nullptr);
+  // Also chunks of streams that no header describes are taken.
+  void TakeAnyStream() { any_stream_ = true; }
 
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;

@@ -106,16 +106,19 @@ int32_t Closing::AppendName() {
 }
 
 // What lies behind the last chunk is covered by one more, of nothing where nothing is left, as closing does by itself.
-// Where the application takes care of the rest of the file, or a chunk has no room, it goes. Then all of it is on the
-// medium.
+// What it does not cover goes: all of the rest where the application takes care of it, or the chunk has no room, and
+// what no position of 32 bits reaches. Then everything is on the medium.
 int32_t Closing::CoverRest() {
   const bool cut = ZMVStreamBuf_GetOption() != 0 || kMaxFileSize - end_ < kChunkHeaderSize;
   if (!cut) {
-    const uint64_t size = job_.file.Size();
+    const uint64_t size = std::min(job_.file.Size(), kMaxFileSize);
     const uint64_t covered = size - std::min<uint64_t>(size, uint64_t{end_} + kChunkHeaderSize);
     uint8_t header[kChunkHeaderSize];
     RiffBuilder(header).Code(FourCC("JUNK")).U32(SaturatingU32(covered));
     if (const int32_t result = stream_.Append(header, sizeof header); Failed(result)) return result;
+    if (job_.file.Size() > size) {
+      if (const int32_t result = job_.file.Truncate(size); Failed(result)) return result;
+    }
   }
   return stream_.Settle(cut);
 }

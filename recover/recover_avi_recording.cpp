@@ -47,6 +47,7 @@ class IndexedScan final : public Scan {
   int32_t Result() const override { return result_; }
   const ZMVRecoverReport& Report() const override { return ended_ ? report_ : scan_.Report(); }
   const AviFront& avi() const { return scan_.avi(); }
+  uint64_t WrittenEnd() const { return scan_.WrittenEnd(); }
   bool Complete() const { return index_.Agrees(); }
 
  private:
@@ -87,6 +88,7 @@ int32_t ProbeAvi(File& file, const ZMVRecoverParam& param, Finding& finding) {
   result = scan.Result();
   finding.report = scan.Report();
   if (Failed(result)) return result;
+  finding.written_end = scan.WrittenEnd();
   finding.complete = scan.Complete();
   finding.info = scan.avi().front.info;
   // The scan's memory ends with it.
@@ -128,7 +130,7 @@ int32_t RecoverAviInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
   passes.done = 1;
   Progress progress(pass, file.Size());
-  AviScan scan(file, &progress);
+  AviScan scan(file, &progress, finding.written_end);
   if (const int32_t result = scan.Open(param.pDescription); Failed(result)) return result;
   const int32_t result = CompleteAviInPlace(
       {.file = file, .frames = scan, .count = report.dwFrames, .data_end = report.llDataEnd, .path = param.pszPath});

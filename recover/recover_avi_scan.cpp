@@ -35,7 +35,8 @@ class AviSurvey final : public ChainScan {
 
   int32_t Run() {
     Begin(ZMV_FORMAT_AVI);
-    if (const int32_t result = chain_.Open(avi_, true); Failed(result)) return result;
+    chain_.TakeAnyStream();
+    if (const int32_t result = chain_.Open(avi_, 0, progress_); Failed(result)) return result;
     StartAtFront(0);
     if (avi_.front.mdat == 0) SearchFirst();
     FoundFrame frame;
@@ -43,6 +44,7 @@ class AviSurvey final : public ChainScan {
     }
     return Result();
   }
+  uint64_t WrittenEnd() const { return chain_.written_end(); }
   // 0: there is no such stream.
   uint32_t MediaOf(uint32_t number) const {
     uint32_t media = 0;
@@ -77,10 +79,11 @@ int32_t AviScan::Open(const ZMVFileInfo* given) {
     }
     uint32_t media[avi::kMaxStreams];
     for (uint32_t i = 0; i < avi::kMaxStreams; ++i) media[i] = survey.MediaOf(i);
+    known_end_ = survey.WrittenEnd();
     if (progress_ != nullptr) progress_->StartPass(0);
     AddAviStreams(media, given, avi_);
   }
-  if (const int32_t result = chain_.Open(avi_); Failed(result)) {
+  if (const int32_t result = chain_.Open(avi_, known_end_, progress_); Failed(result)) {
     Fail(result);
     return result;
   }

@@ -3,6 +3,7 @@
 
 #include "base/zmv_result.h"
 #include "tests/recover/avi_recovery_test.h"
+#include "tests/recover/sparse_file.h"
 
 namespace zmv::test {
 namespace {
@@ -134,6 +135,33 @@ TEST_F(AviLarge, UpToTheLastByteOfAFile_CompletesInPlace) {
     EXPECT_EQ(recover::RecoverInPlace(file, param_, report_), 0);
     EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
   }
+}
+
+// Space that was taken in advance is covered as far as positions of 32 bits reach; the rest goes.
+TEST_F(AviLarge, MadeLongerThan4GiBInAdvance_IsCutToWhatAChunkCovers) {
+  const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
+  SparseFile file(recording.open, 5 * 1024 * kMegabyte);
+  ASSERT_EQ(recover::RecoverInPlace(file, param_, report_), 0);
+  EXPECT_EQ(report_.dwFrames, recording.frames.size());
+  ASSERT_EQ(file.Size(), kMaxFileSize);
+  ByteVector expected = recording.closed;
+  StoreLE32(&expected[expected.size() - 4], static_cast<uint32_t>(kMaxFileSize - expected.size()));
+  EXPECT_EQ(Difference(file.bytes(), expected), "");
+  // It is cut before the headers change.
+  const auto& log = file.log();
+  const auto cut = std::find_if(log.begin(), log.end(),
+                                [](const SparseFile::Action& one) { return one.kind == SparseFile::Kind::kTruncate; });
+  ASSERT_NE(cut, log.end());
+  EXPECT_TRUE(std::any_of(cut, log.end(), [](const SparseFile::Action& one) { return one.position == 4; }));
+  EXPECT_TRUE(std::none_of(log.begin(), cut, [&](const SparseFile::Action& one) {
+    return one.kind == SparseFile::Kind::kWrite && one.position < recording.FirstChunk();
+  }));
+  EXPECT_EQ(recover::RecoverInPlace(file, param_, report_), 0);
+  EXPECT_EQ(report_.dwState, ZMV_RECOVER_WHOLE);
+  SparseFile failing(recording.open, 5 * 1024 * kMegabyte);
+  failing.fail_at = 1;
+  EXPECT_EQ(recover::RecoverInPlace(failing, param_, report_), Result(ZMV_E_WRITE));
+  EXPECT_EQ(failing.Size(), 5 * 1024 * kMegabyte);
 }
 
 // Memory does not grow with the frames in place. A new file has its index in memory until it is closed.
