@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "avi/avi_writer.h"
 #include "base/byte_order.h"
 #include "base/fourcc.h"
 #include "recover/recover_avi_search.h"
@@ -19,10 +20,15 @@ constexpr uint32_t kCodeSize = 4;
 // The first chunk's offset from the code of the movi list.
 constexpr uint32_t kFirstOffset = 4;
 
-bool IsClosingChunk(const uint8_t* bytes) {
+// Fields of an index entry.
+constexpr uint32_t kEntryFlags = 4;
+constexpr uint32_t kEntryOffset = 8;
+constexpr uint32_t kEntrySize = 12;
+
+// By the header alone, which also stands in many a payload.
+bool BeginsClosingChunk(const uint8_t* bytes) {
   const uint32_t code = LoadLE32(bytes);
-  if (code == FourCC("JUNK")) return true;
-  return code == FourCC("idx1") && LoadLE32(bytes + kCodeSize) % kIdx1EntrySize == 0;
+  return code == FourCC("JUNK") || (code == FourCC("idx1") && LoadLE32(bytes + kCodeSize) % kIdx1EntrySize == 0);
 }
 
 // True when the code of a chunk, or of one that closing writes, can begin with these bytes.
@@ -38,6 +44,10 @@ bool BeginsCode(const uint8_t* bytes, uint32_t count) {
   return false;
 }
 
+bool AllZero(const uint8_t* bytes, uint32_t count) {
+  return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
+}
+
 bool BeginsWithStartCode(const uint8_t* bytes, uint32_t count) {
   const uint32_t zeros = count > 3 && bytes[2] == 0 ? 3 : 2;
   return count > zeros && bytes[0] == 0 && bytes[1] == 0 && bytes[zeros] == 1;
@@ -45,8 +55,7 @@ bool BeginsWithStartCode(const uint8_t* bytes, uint32_t count) {
 
 }  // namespace
 
-int32_t AviChain::Open(const AviFront& front, bool any_stream) {
-  any_stream_ = any_stream;
+int32_t AviChain::Open(const AviFront& front, uint64_t known_end, Progress* progress) {
   placed_ = front.front.mdat != 0;
   std::copy(std::begin(front.streams), std::end(front.streams), streams_);
   for (const AviStream& stream : streams_) {
@@ -56,31 +65,72 @@ int32_t AviChain::Open(const AviFront& front, bool any_stream) {
     compressed_video_[stream.track] = start_codes_[stream.track] || stream.code == FourCC("MJPG");
   }
   begin_ = front.front.end;
-  if (const int32_t result = FindEnds(); Failed(result)) return result;
-  const View view = Look(begin_, kChunkHeaderSize);
-  if (placed_ && view.size == kChunkHeaderSize) std::memcpy(first_, view.bytes, sizeof first_);
+  stream_count_ = front.stream_count;
+  video_count_ = front.front.info.dwVideoCount;
+  if (const int32_t result = FindEnds(known_end, progress); Failed(result)) return result;
   return Error();
 }
 
 bool AviChain::Parse(const uint8_t* bytes, Record& record) const {
   uint32_t number = 0;
-  uint32_t media = 0;
+  uint32_t type = 0;
   uint32_t size = 0;
-  if (!ParseChunkHeader(bytes, number, media, size)) return false;
-  uint32_t track = streams_[number].track;
-  if (streams_[number].media != media) {
-    if (!any_stream_ || streams_[number].media != 0) return false;
-    track = 0;
-  }
-  record = {.media = media, .key = false, .stamp = number, .duration = 0, .track = track, .size = size};
+  if (!ParseChunkHeader(bytes, number, type, size)) return false;
+  const AviStream& stream = streams_[number];
+  const bool described = stream.media != 0;
+  if (!described && !any_stream_) return false;
+  if (described && stream.media != type && number + 1 != stream_count_) return false;
+  record = {.media = described ? stream.media : type,
+            .key = false,
+            .stamp = number | type << kTypeShift,
+            .duration = 0,
+            .track = stream.track,
+            .size = size};
   return true;
 }
 
-// The first entry of the index looks like a chunk. It names the first chunk.
-bool AviChain::IsFirstEntry(const uint8_t* bytes) const {
-  const uint32_t flags = LoadLE32(bytes + 4);
-  return placed_ && LoadLE32(bytes) == LoadLE32(first_) && (flags == 0 || flags == kKeyFrameFlag) &&
-         LoadLE32(bytes + 8) == kFirstOffset && LoadLE32(bytes + 12) == LoadLE32(first_ + kCodeSize);
+// True for an entry of the index: it tells of a chunk that stands in front of it. Most look like chunks themselves.
+bool AviChain::IsEntry(const uint8_t* bytes, uint64_t position) {
+  const uint32_t flags = LoadLE32(bytes + kEntryFlags);
+  const uint32_t offset = LoadLE32(bytes + kEntryOffset);
+  if (!placed_ || (flags != 0 && flags != kKeyFrameFlag) || offset < kFirstOffset) return false;
+  const uint64_t chunk = begin_ + offset - kFirstOffset;
+  if (chunk + kChunkHeaderSize > position) return false;
+  const uint32_t code = LoadLE32(bytes);
+  const uint32_t size = LoadLE32(bytes + kEntrySize);
+  const View header = Look(chunk, kChunkHeaderSize);
+  return header.size == kChunkHeaderSize && LoadLE32(header.bytes) == code &&
+         LoadLE32(header.bytes + kCodeSize) == size;
+}
+
+// True when the index, or a piece of it, stands here although its header could not be written: zeros are in its place,
+// or nothing is. `count` bytes of the file are shown, as many as kSeen if it has them.
+bool AviChain::IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position) {
+  if (count >= kIdx1EntrySize && IsEntry(bytes, position)) return true;
+  if (count == kSeen) return LoadLE64(bytes) == 0 && IsEntry(bytes + kChunkHeaderSize, position);
+  // The last entry is cut off: the one in front of it tells.
+  if (count >= kIdx1EntrySize || position < kIdx1EntrySize) return false;
+  uint8_t before[kIdx1EntrySize];
+  const View view = Look(position - kIdx1EntrySize, kIdx1EntrySize);
+  std::memcpy(before, view.bytes, view.size);
+  return view.size == kIdx1EntrySize && IsEntry(before, position - kIdx1EntrySize);
+}
+
+// The index names a chunk, if the medium has its first entry. The chunk with the file's name has its size, and the one
+// that covers the rest of the file goes to its end.
+bool AviChain::IsClosing(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position) {
+  if (count < kChunkHeaderSize || !BeginsClosingChunk(bytes)) return false;
+  const uint32_t size = LoadLE32(bytes + kCodeSize);
+  if (LoadLE32(bytes) == FourCC("JUNK")) return size == kNameSize || size >= file_end() - position - kChunkHeaderSize;
+  const uint8_t* const entry = bytes + kChunkHeaderSize;
+  return !placed_ || size == 0 || count < kSeen || AllZero(entry, kIdx1EntrySize) || IsEntry(entry, position);
+}
+
+// The size of a chunk without data at the end may be zeros that were not written, if it is in another sector than the
+// code in front of it.
+bool AviChain::MayLackSize(uint64_t position) const {
+  return position + kChunkHeaderSize > written_end() && file_end() - position != kChunkHeaderSize &&
+         SectorStart(position) != SectorStart(position + kCodeSize);
 }
 
 Place AviChain::At(uint64_t position) {
@@ -91,34 +141,37 @@ Place AviChain::At(uint64_t position) {
   }
   // Chunks take an even number of bytes.
   if (placed_ && (position - begin_) % 2 != 0) return place;
-  constexpr uint32_t kSeen = kChunkHeaderSize + kIdx1EntrySize;
+  uint8_t bytes[kSeen];
   const View view = Look(position, kSeen);
-  const uint64_t rest = file_end() - position;
-  // The index when its header could not be written: zeros stand in its place, or nothing does.
-  const bool entry = view.size >= kIdx1EntrySize && IsFirstEntry(view.bytes);
-  const bool entry_behind = view.size == kSeen && LoadLE64(view.bytes) == 0 && IsFirstEntry(view.bytes + 8);
-  if (entry || entry_behind) {
+  const uint32_t count = view.size;
+  std::memcpy(bytes, view.bytes, count);
+  if (IsIndex(bytes, count, position)) {
     place.item = Item::kBox;
-  } else if (view.size >= kChunkHeaderSize && Parse(view.bytes, place.record)) {
-    // Of a chunk without data at the end nothing tells that the zeros of its size were written.
-    const bool unwritten =
-        place.record.size == 0 && position + kChunkHeaderSize > written_end() && rest != kChunkHeaderSize;
-    place.item = unwritten || place.record.size > rest - kChunkHeaderSize ? Item::kRecordBeyond : Item::kRecord;
-  } else if (view.size >= kChunkHeaderSize && IsClosingChunk(view.bytes)) {
+  } else if (count >= kChunkHeaderSize && Parse(bytes, place.record)) {
+    const bool beyond = place.record.size > file_end() - position - kChunkHeaderSize;
+    const bool lacking = place.record.size == 0 && MayLackSize(position);
+    place.item = beyond || lacking ? Item::kRecordBeyond : Item::kRecord;
+    place.whole_header = true;
+  } else if (IsClosing(bytes, count, position)) {
     place.item = Item::kBox;
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
-    const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
-    if (written < kChunkHeaderSize && BeginsCode(view.bytes, written)) place.item = Item::kRecordBeyond;
+    const auto written = static_cast<uint32_t>(std::min<uint64_t>(count, written_end() - position));
+    if (written < kChunkHeaderSize && BeginsCode(bytes, written)) place.item = Item::kRecordBeyond;
   }
   return place;
+}
+
+// Of a picture whose track no header describes, the last one that a header describes tells most.
+uint32_t AviChain::VideoTrackOf(const Record& record) const {
+  return TypeOf(record) == record.media ? record.track : video_count_ - std::min(video_count_, 1u);
 }
 
 Prefix AviChain::CheckPayload(const Record& record, const Reading& reading) {
   // A pad byte in a sector of its own tells nothing of the payload.
   const bool padded = reading.next != reading.end && reading.end < file_end() && reading.end % kSectorSize != 0;
   if (padded && !IsZero(reading.end)) return Prefix::kWrong;
-  if (record.media != ZMV_MEDIA_VIDEO || !start_codes_[record.track]) return Prefix::kNone;
+  if (TypeOf(record) != ZMV_MEDIA_VIDEO || !start_codes_[VideoTrackOf(record)]) return Prefix::kNone;
   const View view = Look(reading.payload, std::min(record.size, kCodeSize));
   return BeginsWithStartCode(view.bytes, view.size) ? Prefix::kStart : Prefix::kNone;
 }
@@ -139,7 +192,7 @@ bool AviChain::BeginsItem(const uint8_t* bytes, uint32_t count, uint64_t positio
   if (count == 0 || !BeginsCode(bytes, count)) return false;
   if (count < kChunkHeaderSize) return true;
   Record record;
-  if (!Parse(bytes, record)) return IsClosingChunk(bytes);
+  if (!Parse(bytes, record)) return BeginsClosingChunk(bytes);
   return record.size <= file_end() - position - kChunkHeaderSize;
 }
 
@@ -168,8 +221,9 @@ const uint8_t* AviChain::FindTag(const uint8_t* bytes, uint32_t count) const {
 }
 
 bool AviChain::Compressed(const Record& record) const {
-  if (record.media == ZMV_MEDIA_VIDEO) return compressed_video_[record.track];
-  return record.media == ZMV_MEDIA_AUDIO && compressed_audio_;
+  const uint32_t type = TypeOf(record);
+  if (type == ZMV_MEDIA_VIDEO) return compressed_video_[VideoTrackOf(record)];
+  return type == ZMV_MEDIA_AUDIO && compressed_audio_;
 }
 
 }  // namespace zmv::recover

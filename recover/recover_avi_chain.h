@@ -7,15 +7,22 @@
 
 namespace zmv::recover {
 
+// The records of this chain name the stream that a chunk is numbered for. A frame of a track that no header describes
+// was put into the last stream, and its medium shows in the type of the chunk only: both stand in the record's stamp.
+constexpr uint32_t kTypeShift = 8;
+constexpr uint32_t NumberOf(const Record& record) { return record.stamp & ((1u << kTypeShift) - 1); }
+constexpr uint32_t TypeOf(const Record& record) { return record.stamp >> kTypeShift; }  // ZMV_MEDIA_*
+
 class AviChain final : public Chain {
  public:
   explicit AviChain(Window& window) : Chain(window) {}
 
-  // Finds the ends of the file and takes what is known of the streams; with `any_stream` also chunks of others are
-  // taken. 0, or a negative code.
-  int32_t Open(const AviFront& front, bool any_stream = false);
+  // Finds the ends of the file and takes what is known of the streams. `known_end`: written_end() as another chain over
+  // the same bytes has found it, 0 = not known; `progress` may be null. 0, or a negative code.
+  int32_t Open(const AviFront& front, uint64_t known_end = 0, Progress* progress = nullptr);
+  // Also chunks of streams that no header describes are taken.
+  void TakeAnyStream() { any_stream_ = true; }
 
-  // The stamp of a record is the number of its stream.
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;
   bool BeginsItem(uint64_t position) override;
@@ -28,19 +35,27 @@ class AviChain final : public Chain {
   const uint8_t* FindTag(const uint8_t* bytes, uint32_t count) const override;
 
  private:
+  // A chunk's header, or zeros in its place, and an index entry behind it.
+  static constexpr uint32_t kSeen = avi::kChunkHeaderSize + avi::kIdx1EntrySize;
+
   bool Parse(const uint8_t* bytes, Record& record) const;
   bool BeginsItem(const uint8_t* bytes, uint32_t count, uint64_t position) const;
-  bool IsFirstEntry(const uint8_t* bytes) const;
+  bool IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position);
+  bool IsClosing(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position);
+  bool MayLackSize(uint64_t position) const;
+  bool IsEntry(const uint8_t* bytes, uint64_t position);
+  uint32_t VideoTrackOf(const Record& record) const;
   Prefix CheckPayload(const Record& record, const Reading& reading);
 
   AviStream streams_[avi::kMaxStreams] = {};
+  uint32_t stream_count_ = 0;
+  uint32_t video_count_ = 0;
   bool start_codes_[ZMV_MAX_VIDEO] = {};       // payloads begin with start codes
   bool compressed_video_[ZMV_MAX_VIDEO] = {};  // no picture is zeros
   bool compressed_audio_ = false;
   bool any_stream_ = false;
   bool placed_ = false;  // where the movi list begins is known
   uint64_t begin_ = 0;
-  uint8_t first_[avi::kChunkHeaderSize] = {};  // header of the first chunk
 };
 
 }  // namespace zmv::recover

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "base/arith.h"
 #include "base/byte_order.h"
 #include "base/fourcc.h"
 #include "recover/recover_avi_search.h"
@@ -29,6 +30,8 @@ constexpr uint32_t kStreamRate = 24;
 constexpr uint32_t kStreamStart = 28;
 constexpr uint32_t kStreamQuality = 40;
 constexpr uint32_t kStreamSampleSize = 44;
+constexpr uint32_t kStreamWidth = 52;
+constexpr uint32_t kStreamHeight = 54;
 constexpr uint32_t kVideoFormSize = 40;
 constexpr uint32_t kAudioFormSize = 16;
 
@@ -78,6 +81,8 @@ class FrontReader {
   const uint8_t* Data() { return window_.At(position_ + kChunkHeaderSize, size_); }
   bool Keep(HostMemory<uint8_t>& memory, uint32_t room);
   void StepOver(bool may_lack_pad);
+  bool HeaderBegins();
+  void DoubtForm();
   bool Search();
 
   Window& window_;
@@ -90,6 +95,8 @@ class FrontReader {
   uint32_t junk_chunks_ = 0;
   bool has_stream_header_ = false;
   uint8_t stream_header_[kStreamHeaderSize] = {};
+  uint32_t form_size_ = 0;  // of the last "strf"
+  uint64_t form_end_ = 0;
   int32_t failure_ = 0;
 };
 
@@ -196,6 +203,8 @@ Step FrontReader::ReadFormat() {
   // Video and text count in thousandths, here.
   if (stream.media != ZMV_MEDIA_AUDIO && stream.scale != kThousandths) return Step::kBroken;
   ++out_.stream_count;
+  form_size_ = size_;
+  form_end_ = position_ + kChunkHeaderSize + size_;
   StepOver(true);
   return Step::kOn;
 }
@@ -265,6 +274,46 @@ Step FrontReader::ReadChunk() {
   return Step::kBroken;
 }
 
+// True when the rest of the sector can be the code of a chunk: then the sector behind it is the damaged one.
+bool FrontReader::HeaderBegins() {
+  constexpr uint32_t kLeast = 2;  // one letter is found in noise, too
+  const auto count = static_cast<uint32_t>(std::min<uint64_t>(kCodeSize, SectorEnd(position_) - position_));
+  const uint8_t* bytes = window_.At(position_, count);
+  if (count < kLeast || bytes == nullptr) return false;
+  for (const char* code : {"LIST", "JUNK", "strh", "strf", "strn", "ISFT"}) {
+    if (std::memcmp(bytes, code, count) == 0) return true;
+  }
+  return false;
+}
+
+// The sector in which the headers break off may hold the end of the form in front of it, too. Then the header of that
+// stream tells what it can.
+void FrontReader::DoubtForm() {
+  if (out_.stream_count == 0 || form_end_ <= SectorStart(position_) || HeaderBegins()) return;
+  const AviStream& stream = out_.streams[out_.stream_count - 1];
+  const uint32_t handler = LoadLE32(stream_header_ + kStreamHandler);
+  if (stream.media == ZMV_MEDIA_VIDEO) {
+    ZMVVideoInfo video = {};
+    video.dwFourCC = handler;
+    video.dwWidth = LoadLE16(stream_header_ + kStreamWidth);
+    video.dwHeight = LoadLE16(stream_header_ + kStreamHeight);
+    video.dwFrameRate = stream.rate;
+    video.dwPriority = LoadLE16(stream_header_ + kStreamPriority);
+    front_.info.m_Video[stream.track] = video;
+    front_.described_video[stream.track] = form_size_ == kVideoFormSize;
+    out_.streams[out_.stream_count - 1].code = handler;
+  } else if (stream.media == ZMV_MEDIA_AUDIO) {
+    const bool pcm = handler == kPcmTag;
+    ZMVAudioInfo audio = {};
+    audio.dwFormat = handler;
+    audio.dwSampleRate = pcm ? DivideOrZero(stream.rate, stream.scale) : stream.rate;
+    audio.dwSamplesPerFrame = pcm ? 0 : stream.scale;
+    front_.info.m_Audio = audio;
+    front_.described_audio = false;
+    out_.streams[out_.stream_count - 1].code = handler;
+  }
+}
+
 bool FrontReader::Read() {
   const uint8_t* form = window_.At(0, kListHeaderSize);
   const bool begins =
@@ -284,10 +333,12 @@ bool FrontReader::Read() {
     front_.end = window_.file().Size();
     return front_.own;
   }
-  return step == Step::kMovi || Search();
+  if (step == Step::kMovi) return true;
+  DoubtForm();
+  return Search();
 }
 
-// The headers are damaged: the movi list, else the place from where on chunks are to be looked for.
+// The headers are damaged: the movi list, else the place from where on chunks are to be looked for, if there are any.
 bool FrontReader::Search() {
   if (FindMovi(window_, front_.mdat)) {
     const uint8_t* list = window_.At(front_.mdat, kListHeaderSize);
@@ -297,7 +348,8 @@ bool FrontReader::Search() {
     return true;
   }
   front_.end = position_;
-  return window_.Error() == 0 && (front_.own || FindChunks(window_, front_.end));
+  uint64_t first = 0;
+  return window_.Error() == 0 && (front_.own || FindChunks(window_, first));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
+#include "platform/zmv_codec.h"
 #include "recover/recover_avi_front.h"
 #include "recover/recover_avi_search.h"
 
@@ -73,18 +74,22 @@ int32_t RecogniseAvi(File& file, bool& recognised) {
 
 void AddAviStreams(const uint32_t (&media)[kMaxStreams], const ZMVFileInfo* given, AviFront& front) {
   ZMVFileInfo& info = front.front.info;
-  const uint32_t described = front.stream_count;
-  for (uint32_t i = described; i < kMaxStreams; ++i) {
+  const uint32_t headers = front.stream_count;
+  for (uint32_t i = headers; i < kMaxStreams; ++i) {
     if (media[i] != 0 && Number(front.streams[i], media[i], info)) front.stream_count = i + 1;
   }
   SettleDescriptions({}, given, front.front);
   for (uint32_t i = 0; i < info.dwVideoCount; ++i) {
     if (info.m_Video[i].dwFrameRate == 0) info.m_Video[i].dwFrameRate = kPlainVideoRate;
   }
+  ZMVAudioInfo& audio = info.m_Audio;
+  if (audio.dwFormat != kPcmTag && audio.dwSamplesPerFrame == 0) {
+    audio.dwSamplesPerFrame = ZMVUtil_GetAudioSampleSize(audio.dwFormat);
+  }
   for (uint32_t i = 0; i < info.dwTextCount; ++i) {
     if (info.m_Text[i].dwRate == 0) info.m_Text[i].dwRate = kPlainTextRate;
   }
-  for (uint32_t i = described; i < front.stream_count; ++i) TakeRates(front.streams[i], info);
+  for (uint32_t i = headers; i < front.stream_count; ++i) TakeRates(front.streams[i], info);
 }
 
 }  // namespace zmv::recover

@@ -6,6 +6,7 @@
 
 #include "avi/avi_writer.h"
 #include "avi/riff_builder.h"
+#include "base/arith.h"
 #include "base/zmv_result.h"
 #include "recover/recover_replay_stream.h"
 #include "stream/zmvstream_buf.h"
@@ -56,7 +57,7 @@ class Closing {
 
 bool Closing::Fits() const {
   const uint64_t index = kChunkHeaderSize + uint64_t{job_.count} * kIdx1EntrySize;
-  return job_.data_end + 1 + index + ChunkBytes(kNameSize) + kChunkHeaderSize <= kMaxFileSize;
+  return job_.data_end + (LacksPad() ? 1 : 0) + index + ChunkBytes(kNameSize) <= kMaxFileSize;
 }
 
 int32_t Closing::AppendEntry(const FoundFrame& frame) {
@@ -69,7 +70,8 @@ int32_t Closing::AppendEntry(const FoundFrame& frame) {
       .U32(static_cast<uint32_t>(frame.position - MoviCode()))
       .U32(frame.size);
   Counts& counts = counts_[number];
-  const bool pcm = front_.streams[number].code == kPcmTag;
+  const AviStream& stream = front_.streams[number];
+  const bool pcm = stream.media == ZMV_MEDIA_AUDIO && stream.code == kPcmTag;
   counts.length += frame.media != ZMV_MEDIA_AUDIO ? 1 : pcm ? frame.size / 2 + 1 : kCompressedLength;
   counts.largest = std::max(counts.largest, frame.size);
   videos_ += video ? 1 : 0;
@@ -103,17 +105,20 @@ int32_t Closing::AppendName() {
   return result;
 }
 
-// What lies behind the last chunk is covered by one more; where that does not fit, or closing leaves nothing behind, it
-// goes. Then all of it is on the medium.
+// What lies behind the last chunk is covered by one more, of nothing where nothing is left, as closing does by itself.
+// What it does not cover goes: all of the rest where the application takes care of it, or the chunk has no room, and
+// what no position of 32 bits reaches. Then everything is on the medium.
 int32_t Closing::CoverRest() {
-  const uint64_t size = job_.file.Size();
-  const uint64_t rest = size > end_ ? size - end_ : 0;
-  const bool cut = ZMVStreamBuf_GetOption() != 0 || rest < kChunkHeaderSize;
+  const bool cut = ZMVStreamBuf_GetOption() != 0 || kMaxFileSize - end_ < kChunkHeaderSize;
   if (!cut) {
+    const uint64_t size = std::min(job_.file.Size(), kMaxFileSize);
+    const uint64_t covered = size - std::min<uint64_t>(size, uint64_t{end_} + kChunkHeaderSize);
     uint8_t header[kChunkHeaderSize];
-    const auto covered = static_cast<uint32_t>(std::min<uint64_t>(rest - kChunkHeaderSize, UINT32_MAX));
-    RiffBuilder(header).Code(FourCC("JUNK")).U32(covered);
+    RiffBuilder(header).Code(FourCC("JUNK")).U32(SaturatingU32(covered));
     if (const int32_t result = stream_.Append(header, sizeof header); Failed(result)) return result;
+    if (job_.file.Size() > size) {
+      if (const int32_t result = job_.file.Truncate(size); Failed(result)) return result;
+    }
   }
   return stream_.Settle(cut);
 }

@@ -54,9 +54,10 @@ int32_t AviIndexCheck::Check(const FoundFrame& frame, uint32_t number) {
     if (entry_offset < offset) continue;
     uint32_t stream = 0;
     uint32_t media = 0;
-    uint32_t flags = 0;
+    uint32_t flags = 0;  // which stand where a chunk has its size
     agrees_ = entry_offset == offset && ParseChunkHeader(entry, stream, media, flags) && stream == number &&
               media == frame.media && LoadLE32(entry + kEntrySize) == frame.size;
+    key_ = flags == kKeyFrameFlag;
     return 0;
   }
   return 0;

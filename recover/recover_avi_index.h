@@ -28,6 +28,8 @@ class AviIndexCheck {
 
   // Every frame has its entry, and the sizes and counts in the headers are those of a closed file.
   bool Agrees() const { return agrees_; }
+  // What the entry of the last frame says, as long as they agree.
+  bool IsKey() const { return key_; }
 
  private:
   const uint8_t* Read(uint64_t position, uint32_t count);
@@ -41,6 +43,7 @@ class AviIndexCheck {
   uint64_t end_ = 0;
   uint32_t frames_[avi::kMaxStreams] = {};
   bool agrees_ = false;
+  bool key_ = false;
 };
 
 }  // namespace zmv::recover

@@ -45,6 +45,7 @@ const uint8_t* NextUnit(const uint8_t* at, const uint8_t* end) {
 }  // namespace
 
 bool IsKeyPayload(uint32_t code, const uint8_t* bytes, uint32_t size) {
+  if (size == 0) return false;
   if (!BeginsWithLength(code)) return true;
   const bool hevc = IsHevc(code);
   const uint8_t* const end = bytes + size;

@@ -6,8 +6,8 @@
 
 namespace zmv::recover {
 
-// H.264 and HEVC behind start codes: by the first unit of a picture, or without one by the parameter sets. Everything
-// else is taken for a key frame.
+// H.264 and HEVC behind start codes: by the first unit of a picture, or without one by the parameter sets. A frame
+// without data repeats the one before it. Everything else is taken for a key frame.
 bool IsKeyPayload(uint32_t code, const uint8_t* bytes, uint32_t size);
 
 }  // namespace zmv::recover

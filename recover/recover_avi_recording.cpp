@@ -30,6 +30,7 @@ class IndexedScan final : public Scan {
     if (Failed(result_)) return false;
     if (scan_.Next(frame)) {
       result_ = index_.Check(frame, scan_.NumberOf(frame));
+      if (frame.media == ZMV_MEDIA_VIDEO && index_.Agrees()) TakeKey(frame);
       return !Failed(result_);
     }
     result_ = scan_.Result();
@@ -37,16 +38,29 @@ class IndexedScan final : public Scan {
     report_ = scan_.Report();
     ended_ = true;
     if (report_.dwState == ZMV_RECOVER_WHOLE && !index_.Agrees()) report_.dwState = ZMV_RECOVER_CUT;
+    for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
+      ZMVRecoverStream& stream = report_.Stream[i];
+      if (stream.dwMediaType == ZMV_MEDIA_VIDEO) stream.dwKeyFrames += more_keys_[stream.dwTrack];
+    }
     return false;
   }
   int32_t Result() const override { return result_; }
   const ZMVRecoverReport& Report() const override { return ended_ ? report_ : scan_.Report(); }
   const AviFront& avi() const { return scan_.avi(); }
+  uint64_t WrittenEnd() const { return scan_.WrittenEnd(); }
   bool Complete() const { return index_.Agrees(); }
 
  private:
+  // An entry tells better than the payload.
+  void TakeKey(FoundFrame& frame) {
+    const bool described = frame.track < scan_.avi().front.info.dwVideoCount;
+    if (described) more_keys_[frame.track] += uint32_t{index_.IsKey()} - uint32_t{frame.key};
+    frame.key = index_.IsKey();
+  }
+
   AviScan scan_;
   AviIndexCheck index_;
+  uint32_t more_keys_[ZMV_MAX_VIDEO] = {};  // than were told by the payloads; modulo 2^32
   ZMVRecoverReport report_ = {};
   bool ended_ = false;
   int32_t result_ = 0;
@@ -74,6 +88,7 @@ int32_t ProbeAvi(File& file, const ZMVRecoverParam& param, Finding& finding) {
   result = scan.Result();
   finding.report = scan.Report();
   if (Failed(result)) return result;
+  finding.written_end = scan.WrittenEnd();
   finding.complete = scan.Complete();
   finding.info = scan.avi().front.info;
   // The scan's memory ends with it.
@@ -115,7 +130,7 @@ int32_t RecoverAviInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
   passes.done = 1;
   Progress progress(pass, file.Size());
-  AviScan scan(file, &progress);
+  AviScan scan(file, &progress, finding.written_end);
   if (const int32_t result = scan.Open(param.pDescription); Failed(result)) return result;
   const int32_t result = CompleteAviInPlace(
       {.file = file, .frames = scan, .count = report.dwFrames, .data_end = report.llDataEnd, .path = param.pszPath});

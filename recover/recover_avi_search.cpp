@@ -1,6 +1,7 @@
 #include "recover/recover_avi_search.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "avi/zmv_avi_format.h"
 #include "base/byte_order.h"
@@ -26,13 +27,26 @@ bool IsMoviAt(const uint8_t* bytes) {
          ParseChunkHeader(bytes + kListHeaderSize, stream, media, size);
 }
 
+// Leaves the window where it is, unless the bytes cannot be read: then it knows why.
+bool ReadHeader(Window& window, uint64_t position, uint8_t (&header)[kChunkHeaderSize]) {
+  const uint8_t* bytes = window.Held(position, sizeof header);
+  if (bytes == nullptr) {
+    const int64_t got = window.file().ReadAt(position, header, sizeof header);
+    if (got == sizeof header) return true;
+    if (got >= 0) return false;
+    bytes = window.At(position, sizeof header);
+  }
+  if (bytes != nullptr) std::memcpy(header, bytes, sizeof header);
+  return bytes != nullptr;
+}
+
 bool AreChunksAt(Window& window, uint64_t position) {
   for (uint32_t i = 0; i < kChunksInARow; ++i) {
     uint32_t stream = 0;
     uint32_t media = 0;
     uint32_t size = 0;
-    const uint8_t* bytes = window.At(position, kChunkHeaderSize);
-    if (bytes == nullptr || !ParseChunkHeader(bytes, stream, media, size)) return false;
+    uint8_t header[kChunkHeaderSize];
+    if (!ReadHeader(window, position, header) || !ParseChunkHeader(header, stream, media, size)) return false;
     position += kChunkHeaderSize + uint64_t{size} + size % 2;
   }
   return true;
@@ -46,7 +60,6 @@ bool Find(Window& window, uint32_t seen, Match match, uint64_t& found) {
   for (uint64_t from = 0; from + seen <= end; from += kBlock - seen + 1) {
     const auto count = static_cast<uint32_t>(std::min<uint64_t>(kBlock, end - from));
     for (uint32_t at = 0; at + seen <= count; ++at) {
-      // Matching can move the window.
       const uint8_t* bytes = window.At(from + at, seen);
       if (bytes == nullptr) return false;
       if (!match(bytes, from + at)) continue;

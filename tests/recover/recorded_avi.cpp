@@ -15,7 +15,6 @@ namespace zmv::test {
 namespace {
 
 constexpr unsigned kSeed = 7;
-constexpr uint32_t kNoFill = 1;
 
 void Sort(std::vector<AviFrame>& frames) {
   std::stable_sort(frames.begin(), frames.end(), [](const AviFrame& a, const AviFrame& b) { return a.time < b.time; });
@@ -37,12 +36,19 @@ ByteVector Part(const ByteVector& file, uint64_t position, uint64_t count) {
   return ByteVector(begin, begin + static_cast<ptrdiff_t>(count));
 }
 
+// Frames of tracks that are not described go into the last stream.
+uint32_t StreamOf(const ZMVFileInfo& info, const AviFrame& frame) {
+  const bool described = frame.track < (frame.media == ZMV_MEDIA_VIDEO   ? info.dwVideoCount
+                                        : frame.media == ZMV_MEDIA_AUDIO ? info.dwAudioCount
+                                                                         : info.dwTextCount);
+  if (!described) return info.dwVideoCount + info.dwAudioCount + info.dwTextCount - 1;
+  if (frame.media == ZMV_MEDIA_VIDEO) return frame.track;
+  return frame.track + info.dwVideoCount + (frame.media == ZMV_MEDIA_TEXT ? info.dwAudioCount : 0);
+}
+
 std::string CodeOf(const ZMVFileInfo& info, const AviFrame& frame) {
-  uint32_t number = frame.track;
-  if (frame.media != ZMV_MEDIA_VIDEO) number += info.dwVideoCount;
-  if (frame.media == ZMV_MEDIA_TEXT) number += info.dwAudioCount;
   const char* type = frame.media == ZMV_MEDIA_VIDEO ? "dc" : frame.media == ZMV_MEDIA_AUDIO ? "wb" : "tx";
-  return std::string("0") + static_cast<char>('0' + number) + type;
+  return std::string("0") + static_cast<char>('0' + StreamOf(info, frame)) + type;
 }
 
 // Position of the movi list's header; 0 = none. The chunks in front of it are walked.
@@ -80,7 +86,6 @@ ByteVector Picture(uint32_t code, bool key, uint32_t seed, size_t size) {
 ZMVFileInfo AviInfo() {
   ZMVFileInfo info = {};
   info.dwVideoCount = info.dwAudioCount = info.dwTextCount = 1;
-  info.dwAiddValue = kNoFill;
   std::strncpy(info.szSoftware, "camera 1.2", sizeof info.szSoftware - 1);
   ZMVVideoInfo& video = info.m_Video[0];
   video.dwFourCC = FourCC("H264");
@@ -129,7 +134,6 @@ std::vector<AviFrame> AviFrames() {
 ZMVFileInfo HevcPcmInfo() {
   ZMVFileInfo info = {};
   info.dwVideoCount = info.dwAudioCount = 1;
-  info.dwAiddValue = kNoFill;
   ZMVVideoInfo& video = info.m_Video[0];
   video.dwFourCC = FourCC("H265");
   video.dwWidth = 320;
@@ -210,8 +214,8 @@ const ByteVector& AviReferences::ClosedBehind(size_t count) {
   return found->second;
 }
 
-std::string CompareAvi(const ByteVector& file, const ZMVFileInfo& info, const std::vector<AviFrame>& frames,
-                       bool gapless) {
+std::string CompareAviFrames(const ByteVector& file, const ZMVFileInfo& info, const std::vector<AviFrame>& frames,
+                             bool gapless) {
   if (CodeAt(file, 0) != "RIFF" || CodeAt(file, 8) != "AVI ") return "no AVI file";
   const uint64_t list = MoviOf(file);
   if (list == 0) return "no movi list";
@@ -240,7 +244,15 @@ std::string CompareAvi(const ByteVector& file, const ZMVFileInfo& info, const st
     next = chunk + 8 + frame.payload.size() + frame.payload.size() % 2;
   }
   if (gapless && next != index) return "more in the movi list";
-  const uint64_t name = index + 8 + 16 * frames.size();
+  return "";
+}
+
+std::string CompareAvi(const ByteVector& file, const ZMVFileInfo& info, const std::vector<AviFrame>& frames,
+                       bool gapless) {
+  const std::string difference = CompareAviFrames(file, info, frames, gapless);
+  if (!difference.empty()) return difference;
+  const uint64_t list = MoviOf(file);
+  const uint64_t name = list + 8 + At(file, list + 4) + 8 + 16 * frames.size();
   // A file whose name was not written is whole all the same.
   const bool named = CodeAt(file, name) == "JUNK" && At(file, name + 4) == 320;
   const uint64_t end = named ? name + 328 : name;

@@ -72,8 +72,11 @@ class AviReferences {
 
 // ---- What came back
 
-// Compares a closed file with frames: by the index entry for entry, by the chunks one after the other when `gapless`,
-// and by the sizes in the headers. Empty: no difference.
+// Compares a closed file with frames: by the index entry for entry, and by the chunks one after the other when
+// `gapless`. Empty: no difference.
+std::string CompareAviFrames(const ByteVector& file, const ZMVFileInfo& info, const std::vector<AviFrame>& frames,
+                             bool gapless = true);
+// And by what stands behind the index.
 std::string CompareAvi(const ByteVector& file, const ZMVFileInfo& info, const std::vector<AviFrame>& frames,
                        bool gapless = true);
 

@@ -28,10 +28,11 @@ class AviCut : public AviRecoveryTest {
       ASSERT_EQ(result_, 0) << "cut at " << length;
       ASSERT_EQ(report_.dwFrames, count) << "cut at " << length;
       ASSERT_EQ(CompareAvi(completed, info, complete), "") << "cut at " << length;
-      ASSERT_EQ(Difference(First(completed, std::min(completed.size(), reference.size())), reference), "")
-          << "cut at " << length;
+      // What is left of a frame that is not complete is covered by the last chunk, whose size tells how much that is.
+      const size_t before_cover = reference.size() - sizeof(uint32_t);
+      ASSERT_EQ(Difference(First(completed, before_cover), First(reference, before_cover)), "") << "cut at " << length;
       if (count != last) {
-        ASSERT_EQ(completed.size(), reference.size()) << "cut at " << length;
+        ASSERT_EQ(Difference(completed, reference), "") << "cut at " << length;
         ASSERT_EQ(ReadBack(completed), ReadBack(reference)) << "cut at " << length;
         ASSERT_EQ(ReadBack(made), ReadBack(reference)) << "cut at " << length;
       }

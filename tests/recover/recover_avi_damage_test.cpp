@@ -2,7 +2,9 @@
 #include <random>
 
 #include "recover/recover_avi_scan.h"
+#include "recover/recover_probe.h"
 #include "tests/recover/avi_recovery_test.h"
+#include "tests/recover/avi_shapes.h"
 #include "tests/support/memory_file.h"
 
 namespace zmv::test {
@@ -64,7 +66,57 @@ class AviDamage : public AviRecoveryTest {
       }
       if (here) ++next;
     }
-    return next == found.size() ? "" : "invented at " + std::to_string(found[next].position);
+    return next == found.size() ? ReportFaults(found, frames) : "invented at " + std::to_string(found[next].position);
+  }
+
+  // What is missing is reported, and no hole covers a frame that was found.
+  std::string ReportFaults(const std::vector<AviFound>& found, const std::vector<AviFrame>& frames) const {
+    const bool told = report_.dwHoles + report_.dwDropped != 0;
+    if (found.size() < frames.size() && !told && report_.dwState != ZMV_RECOVER_CUT) return "nothing said of a loss";
+    if (told && report_.dwState != ZMV_RECOVER_DAMAGED) return "state " + std::to_string(report_.dwState);
+    uint64_t behind = 0;
+    for (uint32_t i = 0; i < std::min(report_.dwHoles, ZMV_RECOVER_MAX_HOLES); ++i) {
+      const ZMVRecoverHole& hole = report_.Hole[i];
+      if (hole.llPosition < behind) return "holes overlap";
+      behind = hole.llPosition + hole.llLength;
+      if (behind > report_.llFileSize) return "a hole beyond the file";
+      for (const AviFound& one : found) {
+        if (one.position < behind && one.position + 8 + one.bytes.size() > hole.llPosition) return "a frame in a hole";
+      }
+    }
+    return "";
+  }
+
+  // What is said to be described is described rightly. Without any help.
+  std::string DescriptionFaults(const ByteVector& bytes, const ZMVFileInfo& info) {
+    StoredFile file(bytes);
+    recover::Finding finding = {};
+    if (recover::ProbeFile(file, {}, finding) != 0) return "no report";
+    const ZMVFileInfo& known = finding.info;
+    for (uint32_t i = 0; i < finding.report.dwStreamCount; ++i) {
+      const ZMVRecoverStream& stream = finding.report.Stream[i];
+      if (stream.bDescribed == 0) continue;
+      const bool right = stream.dwMediaType == ZMV_MEDIA_VIDEO
+                             ? IsSame(known.m_Video[stream.dwTrack], info.m_Video[stream.dwTrack])
+                         : stream.dwMediaType == ZMV_MEDIA_AUDIO ? IsSame(known.m_Audio, info.m_Audio)
+                                                                 : IsSame(known.m_Text[stream.dwTrack], info.m_Text[0]);
+      if (!right) return "stream " + std::to_string(i) + " is described wrongly";
+    }
+    return "";
+  }
+  // H.264 has no configuration in these files.
+  static bool IsSame(const ZMVVideoInfo& a, const ZMVVideoInfo& b) {
+    const uint32_t extra = b.dwFourCC == FourCC("H265") ? b.dwExtraDataSize : 0;
+    return a.dwFourCC == b.dwFourCC && a.dwWidth == b.dwWidth && a.dwHeight == b.dwHeight &&
+           a.dwFrameRate == b.dwFrameRate && a.dwPriority == b.dwPriority &&
+           std::equal(b.abExtraData, b.abExtraData + extra, a.abExtraData);
+  }
+  static bool IsSame(const ZMVAudioInfo& a, const ZMVAudioInfo& b) {
+    return a.dwFormat == b.dwFormat && a.dwSampleRate == b.dwSampleRate && a.dwChannels == b.dwChannels &&
+           a.dwBitRate == b.dwBitRate && std::equal(b.abExtraData, b.abExtraData + b.dwExtraDataSize, a.abExtraData);
+  }
+  static bool IsSame(const ZMVTextInfo& a, const ZMVTextInfo& b) {
+    return a.dwFourCC == b.dwFourCC && a.dwRate == b.dwRate;
   }
 
   const ZMVFileInfo given_ = AviInfo();
@@ -105,6 +157,59 @@ TEST_F(AviDamage, AnySectorBehindTheFront_LosesOnlyTheFramesItTouches) {
                     "")
               << "seed " << seed << " sector at " << from << (zeros ? " of zeros" : " of noise")
               << (whole == &recording.open ? ", open" : ", closed");
+        }
+      }
+    }
+  }
+}
+
+TEST_F(AviDamage, EveryShape_AnySectorLosesOnlyTheFramesItTouches) {
+  for (const AviShape& shape : RegularAviShapes()) {
+    for (uint32_t seed = 1; seed <= 4; ++seed) {
+      std::mt19937 noise(seed);
+      std::vector<AviFrame> frames = shape.frames;
+      // Every seed puts other bytes into a sector.
+      frames.front().payload = Picture(FourCC("H264"), false, seed, 40 + noise() % 500);
+      frames.front().key = frames.front().media != ZMV_MEDIA_VIDEO || shape.info.m_Video[0].dwFourCC == FourCC("MJPG");
+      const AviRecording recording = RecordAvi(shape.info, frames);
+      for (const bool zeros : {true, false}) {
+        for (const ByteVector* whole : {&recording.open, &recording.closed}) {
+          for (uint64_t from = recording.FirstChunk() / kSector * kSector + kSector; from < whole->size();
+               from += kSector) {
+            const uint64_t to = std::min<uint64_t>(from + kSector, whole->size());
+            ByteVector bytes = *whole;
+            Fill(bytes, from, to, zeros ? nullptr : &noise);
+            ASSERT_EQ(OnlyTouchedAreLost(Scan(bytes), recording.frames, from, to, Allow::kAnyMedium), "")
+                << shape.name << " seed " << seed << " sector at " << from << (zeros ? " of zeros" : " of noise")
+                << (whole == &recording.open ? ", open" : ", closed");
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_F(AviDamage, EveryShape_AnySectorOfTheFrontIsSurvivedAndKnown) {
+  for (const AviShape& shape : RegularAviShapes()) {
+    param_.pDescription = &shape.info;
+    for (uint32_t seed = 1; seed <= 8; ++seed) {
+      std::mt19937 noise(seed);
+      ZMVFileInfo info = shape.info;
+      // Every seed puts other bytes into a sector.
+      std::string name(noise() % 500, 'n');
+      info.pStreamName = name.data();
+      const AviRecording recording = RecordAvi(info, shape.frames);
+      for (const bool zeros : {true, false}) {
+        for (const ByteVector* whole : {&recording.open, &recording.closed}) {
+          for (uint64_t from = 0; from <= recording.FirstChunk(); from += kSector) {
+            ByteVector bytes = *whole;
+            Fill(bytes, from, from + kSector, zeros ? nullptr : &noise);
+            const std::string where = shape.name + " seed " + std::to_string(seed) + " sector at " +
+                                      std::to_string(from) + (zeros ? " of zeros" : " of noise");
+            ASSERT_EQ(OnlyTouchedAreLost(Scan(bytes), recording.frames, from, from + kSector, Allow::kAnyMedium), "")
+                << where;
+            ASSERT_EQ(DescriptionFaults(bytes, info), "") << where;
+          }
         }
       }
     }

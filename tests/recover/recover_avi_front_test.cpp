@@ -93,6 +93,67 @@ TEST_F(AviFrontTest, DamagedStreamHeader_KeepsTheOnesInFrontOfItAndFindsTheFrame
   EXPECT_EQ(read_.front.end, recording.FirstChunk());
 }
 
+// The end of a form lies in the sector that is lost: the header of its stream still tells.
+TEST_F(AviFrontTest, VideoFormInADamagedSector_IsNotBelieved) {
+  ZMVFileInfo info = HevcPcmInfo();
+  std::fill(info.m_Video[0].abExtraData + 30, info.m_Video[0].abExtraData + 500, uint8_t{7});
+  info.m_Video[0].dwExtraDataSize = 500;
+  ByteVector bytes = RecordAvi(info, HevcPcmFrames()).open;
+  std::fill_n(bytes.begin() + 512, 512, uint8_t{0xAB});
+  ASSERT_TRUE(Read(bytes));
+  EXPECT_FALSE(read_.front.sound);
+  ASSERT_EQ(read_.stream_count, 1u);
+  EXPECT_FALSE(read_.front.described_video[0]);
+  const ZMVVideoInfo& video = read_.front.info.m_Video[0];
+  EXPECT_EQ(video.dwFourCC, FourCC("H265"));
+  EXPECT_EQ(video.dwWidth, 320u);
+  EXPECT_EQ(video.dwHeight, 240u);
+  EXPECT_EQ(video.dwFrameRate, 25000u);
+  EXPECT_EQ(video.dwExtraDataSize, 0u);
+}
+
+TEST_F(AviFrontTest, SoundFormInADamagedSector_IsNotBelieved) {
+  ZMVFileInfo info = HevcPcmInfo();
+  const auto form_of = [](const ByteVector& bytes) { return Find(bytes, "auds") + 56 + 8; };
+  // The name of the first stream moves everything behind it.
+  std::string name(400 - form_of(RecordAvi(info, {}).open), 'n');
+  ByteVector bytes;
+  do {
+    name += 'n';
+    info.pStreamName = name.data();
+    bytes = RecordAvi(info, HevcPcmFrames()).open;
+  } while (form_of(bytes) < 500);
+  ASSERT_LT(form_of(bytes), 512u);
+  std::fill_n(bytes.begin() + 512, 512, uint8_t{0xAB});
+  ASSERT_TRUE(Read(bytes));
+  EXPECT_FALSE(read_.front.sound);
+  ASSERT_EQ(read_.stream_count, 2u);
+  EXPECT_TRUE(read_.front.described_video[0]);
+  EXPECT_FALSE(read_.front.described_audio);
+  EXPECT_EQ(read_.front.info.m_Audio.dwFormat, ZMV_AUDIO_PCM);
+  EXPECT_EQ(read_.front.info.m_Audio.dwSampleRate, 8000u);
+  EXPECT_EQ(read_.front.info.m_Audio.dwChannels, 0u);
+  EXPECT_EQ(read_.streams[1].sample_size, 2u);
+}
+
+// The sector in which the form ends is sound when a header begins at its end.
+TEST_F(AviFrontTest, FormInFrontOfAHeaderThatADamagedSectorCutsOff_IsBelieved) {
+  ZMVFileInfo info = HevcPcmInfo();
+  const auto second_list = [](const ByteVector& file) { return Find(file, "auds") - 8 - 12; };
+  ByteVector bytes;
+  uint32_t& extra = info.m_Video[0].dwExtraDataSize;
+  std::fill(info.m_Video[0].abExtraData + extra, std::end(info.m_Video[0].abExtraData), uint8_t{7});
+  do {
+    ++extra;
+    bytes = RecordAvi(info, HevcPcmFrames()).open;
+  } while (second_list(bytes) < 509);
+  ASSERT_LE(second_list(bytes), 510u);  // at least "LI"
+  std::fill_n(bytes.begin() + 512, 512, uint8_t{0xAB});
+  ASSERT_TRUE(Read(bytes));
+  ASSERT_EQ(read_.stream_count, 1u);
+  EXPECT_TRUE(read_.front.described_video[0]);
+}
+
 TEST_F(AviFrontTest, Files_AreRecognisedByFormOrByChunks) {
   const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
   EXPECT_TRUE(Recognised(recording.open));

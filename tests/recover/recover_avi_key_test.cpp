@@ -41,8 +41,12 @@ TEST(IsKeyPayload, Hevc_EveryPointWhereDecodingCanBegin) {
 TEST(IsKeyPayload, EverythingElse_IsKey) {
   EXPECT_TRUE(IsKey(FourCC("MJPG"), Hex("FFD8")));
   EXPECT_TRUE(IsKey(kAvc, Hex("41 9A 24")));  // no start code
-  EXPECT_TRUE(IsKey(kAvc, {}));
-  EXPECT_TRUE(IsKey(kAvc, Hex("000001")));  // nothing behind it
+  EXPECT_TRUE(IsKey(kAvc, Hex("000001")));    // nothing behind it
+}
+
+TEST(IsKeyPayload, NoData_IsNoKey) {
+  EXPECT_FALSE(IsKey(kAvc, {}));
+  EXPECT_FALSE(IsKey(FourCC("MJPG"), {}));
 }
 
 }  // namespace
