@@ -46,7 +46,7 @@ int32_t ChainScan::Refuse() {
 void ChainScan::StartAtFront(uint64_t media_end) {
   streams_.Open(front(), report_);
   position_ = items_end_ = report_.llDataEnd = front().end;
-  media_end_ = media_end;
+  media_end_ = std::min(media_end, chain().file_end());
   if (front().cut) EndAt(front().end);
 }
 

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstring>
 
 #include "base/zmv_result.h"
 #include "recover/recover_module.h"
@@ -85,5 +87,20 @@ int32_t DiskFile::Truncate(uint64_t size) {
 }
 
 int32_t DiskFile::Sync() { return fsync(descriptor_) == 0 ? 0 : Result(ZMV_E_WRITE); }
+
+int32_t SyncFolderOf(const char* path) {
+  char folder[PATH_MAX] = ".";
+  if (const char* const name = std::strrchr(path, '/'); name != nullptr) {
+    const size_t length = name == path ? 1 : static_cast<size_t>(name - path);
+    if (length >= sizeof folder) return Result(ZMV_E_WRITE);
+    std::memcpy(folder, path, length);
+    folder[length] = '\0';
+  }
+  const int descriptor = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return Result(ZMV_E_WRITE);
+  const int synced = fsync(descriptor);
+  close(descriptor);
+  return synced == 0 ? 0 : Result(ZMV_E_WRITE);
+}
 
 }  // namespace zmv::recover

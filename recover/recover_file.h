@@ -49,6 +49,10 @@ class DiskFile final : public File {
   uint64_t size_ = 0;
 };
 
+// Puts the folder's entry of a new file on the storage medium, so that the file is found again after a power cut. 0, or
+// ZMV_E_WRITE: not every file system can.
+int32_t SyncFolderOf(const char* path);
+
 }  // namespace zmv::recover
 
 #endif

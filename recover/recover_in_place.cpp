@@ -62,7 +62,7 @@ int32_t Replay::Open() {
   constexpr uint8_t kInterleaved = 1;
   int32_t result = MP4WriterOpen(&writer_, stream_.Handle(), kInterleaved, kShortHorizon);
   if (!Failed(result)) result = MP4WriterSetInfo(writer_, &job_.info, 0);
-  if (!Failed(result)) result = ResizeTables(*writer_, job_.table_bytes);
+  if (!Failed(result)) result = ResizeTables(*writer_, job_.table_bytes, job_.data_end);
   return result;
 }
 

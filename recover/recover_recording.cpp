@@ -114,7 +114,8 @@ int32_t RecoverMp4ToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverR
                                             .info = finding.info,
                                             .format = ZMV_FORMAT_MP4,
                                             .target = param.pszTarget,
-                                            .user_data = param.dwUserData});
+                                            .user_data = param.dwUserData,
+                                            .source_size = source.Size()});
   report = scan.Report();
   if (Failed(result)) return result;
   progress.Finished();

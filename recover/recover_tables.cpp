@@ -32,4 +32,10 @@ int32_t ResizeTables(MP4WriterHandle& writer, uint32_t bytes) {
   return 0;
 }
 
+int32_t ResizeTables(MP4WriterHandle& writer, uint32_t bytes, uint64_t file_size) {
+  const bool large = file_size >= kNearlyFull && bytes < kLargeTableBytes;
+  if (large && !Failed(ResizeTables(writer, kLargeTableBytes))) return 0;
+  return ResizeTables(writer, bytes);
+}
+
 }  // namespace zmv::recover

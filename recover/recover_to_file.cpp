@@ -64,7 +64,7 @@ int32_t NewRecording::Open() {
   stream_.Attach(*writer_->m_hInOut);
   if (const int32_t result = ZMVWriterSetInfo(writer_, &info_, 0); Failed(result)) return result;
   ZMVWriterSetSync(writer_, 1);
-  return IsMp4() ? ResizeTables(Mp4(), kTableBytes) : 0;
+  return IsMp4() ? ResizeTables(Mp4(), kTableBytes, job_.source_size) : 0;
 }
 
 bool NewRecording::IsLengthPrefixed(const FoundFrame& found) const {

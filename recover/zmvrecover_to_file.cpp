@@ -26,7 +26,11 @@ int32_t ZMVRecoverToFile(const ZMVRecoverParam* param, ZMVRecoverReport* report)
     return scope.Fail(Result(ZMV_E_OPEN), "target exists (%s)\n", param->pszTarget);
   }
   const int32_t result = RecoverToFile(source, *param, filled);
-  if (!Failed(result)) return 0;
+  if (!Failed(result)) {
+    // The recording itself is on the medium; whether its name is, not every file system can tell.
+    SyncFolderOf(param->pszTarget);
+    return 0;
+  }
   unlink(param->pszTarget);
   return scope.Fail(result);
 }

@@ -247,5 +247,29 @@ TEST_F(FailingRecovery, InPlaceBeyond4GiB_IsRefused) {
   EXPECT_TRUE(refused);
 }
 
+// A recorder whose buffers take whole tables goes on until the frames and the index fill 4 GiB. What it leaves when its
+// power is cut is completed as well: there is no room for pieces of tables beside the index.
+TEST_F(FailingRecovery, InPlaceOfANearlyFullFile_NeedsNoMoreThanItsIndex) {
+  constexpr uint64_t kMdat = 600;
+  constexpr uint32_t kCount = 250000;
+  constexpr uint64_t kIndex = 8 * kCount + 3000;
+  constexpr uint64_t kLimit = 0xFFFFFFFF;
+  info_.dwVideoCount = info_.dwTextCount = 0;
+  const auto size = static_cast<uint32_t>((kLimit - kIndex - kMdat - 8) / kCount - 28);
+  const uint64_t end = kMdat + 8 + uint64_t{28 + size} * kCount;
+  ZMVRecoverParam param = {};
+  recover::Progress progress(param, 1);
+  for (const bool memory : {true, false}) {
+    ManyFrames frames(kMdat + 8, size, kCount);
+    HugeFile file(end);
+    if (!memory) host_.max_block = 1 << 20;
+    const int32_t result =
+        recover::CompleteInPlace({file, info_, kMdat, end, end - kMdat - 8, frames, false, progress});
+    EXPECT_EQ(static_cast<uint32_t>(result), memory ? 0 : ZMV_E_WRITE);
+    EXPECT_LE(file.Size(), kLimit);
+    EXPECT_EQ(file.Size() > end, memory);
+  }
+}
+
 }  // namespace
 }  // namespace zmv::test

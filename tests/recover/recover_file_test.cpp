@@ -69,6 +69,16 @@ TEST_F(DiskFileTest, SpaceThatWasNeverWritten_IsKnownToBeZeros) {
   EXPECT_TRUE(end == kSize || end <= uint64_t{4} << 20) << end;
 }
 
+TEST_F(DiskFileTest, FolderOfAFile_IsSynced) {
+  EXPECT_EQ(recover::SyncFolderOf(path.c_str()), 0);
+  EXPECT_EQ(recover::SyncFolderOf("name"), 0) << "in the current folder";
+  EXPECT_EQ(recover::SyncFolderOf("/name"), 0);
+  EXPECT_EQ(recover::SyncFolderOf((folder + "/none/a.mp4").c_str()), Result(ZMV_E_WRITE));
+  std::string endless(5000, 'a');
+  endless.back() = '/';
+  EXPECT_EQ(recover::SyncFolderOf(endless.c_str()), Result(ZMV_E_WRITE));
+}
+
 TEST_F(DiskFileTest, WhatIsNoFile_IsRefused) {
   const std::string pipe = folder + "/pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);

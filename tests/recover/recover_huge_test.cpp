@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "recover/recover_to_file.h"
 #include "tests/recover/recovery_test.h"
 #include "tests/recover/sparse_file.h"
 
@@ -165,6 +166,81 @@ TEST_F(HugeSound, ThatWouldPass4GiB_IsRefusedAndLeavesNoFile) {
     EXPECT_LE(host_.FileSize(target_), kLargest);
     EXPECT_EQ(std::filesystem::last_write_time(source_), written);
     EXPECT_EQ(std::filesystem::file_size(source_), size);
+  }
+}
+
+// ---- Boxes behind the frames
+
+// Sound in frames up to a size, then texts that carry the blocks.
+class SoundAndTexts final : public recover::Scan {
+ public:
+  SoundAndTexts(uint64_t sound, uint32_t texts, uint32_t payload = 8 << 20)
+      : sound_(sound), texts_(texts), bytes_(payload, 0x21) {}
+  bool Next(recover::FoundFrame& frame) override {
+    frame = {};
+    frame.duration = frame.new_duration = 40;
+    frame.bytes = bytes_.data();
+    if (sound_ > 28) {
+      frame.media = ZMV_MEDIA_AUDIO;
+      frame.size = static_cast<uint32_t>(std::min<uint64_t>(sound_ - 28, bytes_.size()));
+      sound_ -= 28 + frame.size;
+      return true;
+    }
+    frame.media = ZMV_MEDIA_TEXT;
+    frame.size = 92;
+    return texts_ != 0 && texts_-- != 0;
+  }
+  int32_t Result() const override { return 0; }
+  const ZMVRecoverReport& Report() const override { return report_; }
+
+ private:
+  uint64_t sound_;
+  uint32_t texts_;
+  ByteVector bytes_;
+  ZMVRecoverReport report_ = {};
+};
+
+// The frames and their index fit, the boxes of positions do not: no file without its end is taken for a good one.
+TEST_F(RecoveryTest, PositionsThatWouldPass4GiB_AreReported) {
+  constexpr uint32_t kTexts = 2000;
+  constexpr uint64_t kRoom = 60000;
+  host_.kept = 1 << 16;
+  ZMVFileInfo info = SmallInfo(FourCC("H264"));
+  info.dwVideoCount = 0;
+  info.szSoftware[0] = 0;
+  for (const bool wanted : {false, true}) {
+    SoundAndTexts frames(kLargest - kTexts * (28 + 92) - kRoom, kTexts);
+    const int32_t result =
+        recover::WriteNewRecording({.frames = frames,
+                                    .info = info,
+                                    .format = ZMV_FORMAT_MP4,
+                                    .target = kTarget,
+                                    .user_data = wanted ? ZMV_RECOVER_USER_DATA_ALWAYS : ZMV_RECOVER_USER_DATA_NEVER});
+    EXPECT_EQ(static_cast<uint32_t>(result), wanted ? ZMV_E_WRITE : 0u);
+    EXPECT_LE(host_.FileSize(kTarget), kLargest);
+    EXPECT_GT(host_.FileSize(kTarget), kLargest - kRoom);
+    EXPECT_EQ(host_.LiveBlocks(), 0u);
+  }
+}
+
+// Beside frames and index a nearly full file has no room for pieces of tables; other files have.
+TEST_F(RecoveryTest, NearlyFullFile_NeedsNoMoreThanItsIndex) {
+  constexpr uint32_t kPayload = 16 * 1024;
+  constexpr uint64_t kFrames = kLargest / (28 + kPayload);
+  constexpr uint64_t kIndex = 8 * kFrames + 5000;
+  host_.kept = 1 << 16;
+  ZMVFileInfo info = SmallInfo(FourCC("H264"));
+  info.dwVideoCount = info.dwTextCount = 0;
+  for (const uint64_t source_size : {kLargest, uint64_t{0}}) {
+    SoundAndTexts frames(kLargest - kIndex, 0, kPayload);
+    const int32_t result = recover::WriteNewRecording({.frames = frames,
+                                                       .info = info,
+                                                       .format = ZMV_FORMAT_MP4,
+                                                       .target = kTarget,
+                                                       .user_data = ZMV_RECOVER_USER_DATA_NEVER,
+                                                       .source_size = source_size});
+    EXPECT_EQ(static_cast<uint32_t>(result), source_size != 0 ? 0 : ZMV_E_WRITE);
+    EXPECT_LE(host_.FileSize(kTarget), kLargest);
   }
 }
 

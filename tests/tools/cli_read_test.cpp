@@ -94,6 +94,7 @@ TEST_F(CliRead, CutRecording_GivesExitCode4AndItsReason) {
   const CliResult exported = Zmv(folder_, {"export", Cut(0.6), "--video", folder_ / "v.h264"});
   EXPECT_EQ(exported.code, 4);
   EXPECT_THAT(exported.err, HasSubstr("cut before it was finished"));
+  EXPECT_THAT(Zmv(folder_, {"frames", Cut(0.6)}).err, HasSubstr("zmv recover"));
   EXPECT_FALSE(std::filesystem::exists(folder_ / "v.h264"));
 }
 

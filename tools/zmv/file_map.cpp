@@ -41,8 +41,9 @@ const char* HealthName(Health health) {
 
 FileMap ScanReadable(const std::string& path) {
   FileMap map = ScanFile(path);
-  if (!map.readable) throw ToolError(path + ": " + map.sentence, ExitCodeOf(map.health));
-  return map;
+  if (map.readable) return map;
+  const char* const hint = map.health == Health::kCut ? " (zmv recover brings it back)" : "";
+  throw ToolError(path + ": " + map.sentence + hint, ExitCodeOf(map.health));
 }
 
 const char* ContainerName(Container container) { return container == Container::kMp4 ? "MP4" : "AVI"; }
