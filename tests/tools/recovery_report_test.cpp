@@ -93,6 +93,14 @@ TEST(RecoveryReport, DamagedState_IsIncompleteByItself) {
   EXPECT_TRUE(IsIncomplete(report));
 }
 
+TEST(RecoveryReport, Container_IsNamed) {
+  ZMVRecoverReport report = Found();
+  for (const auto& [format, name] : {std::pair{ZMV_FORMAT_MP4, "MP4"}, std::pair{ZMV_FORMAT_AVI, "AVI"}}) {
+    report.dwFormat = format;
+    EXPECT_EQ(RecoveryJson(report)["container"], name);
+  }
+}
+
 TEST(RecoveryReport, Json_HasTheWordsToo) {
   const Json json = RecoveryJson(Found());
   EXPECT_EQ(json["state"], "cut");

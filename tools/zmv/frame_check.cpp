@@ -21,6 +21,8 @@ std::optional<ZMVRecoverReport> CheckFrames(const std::string& path, FileMap& ma
   if (map.size == 0) return std::nullopt;
   const ZMVRecoverReport report = ProbeRecording(path, console);
   if (report.dwState == ZMV_RECOVER_FOREIGN) return std::nullopt;
+  // Without its first bytes a file is known by its frames alone.
+  if (map.health == Health::kNotRecording) map.container = ContainerOf(report);
   if (report.dwFrames == 0) return report;
   if (report.dwState == ZMV_RECOVER_DAMAGED) {
     map.health = Health::kDamaged;

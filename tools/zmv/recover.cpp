@@ -135,6 +135,16 @@ class Recover {
            (stream.dwMediaType == ZMV_MEDIA_AUDIO ? description_->dwAudioCount : description_->dwTextCount);
   }
 
+  // A recording comes back in the container that it had.
+  void RemarkOnName() const {
+    const std::string extension = fs::path(arguments_.output).extension().string();
+    const Container container = ContainerOf(report_);
+    const bool named = ContainerOfName(arguments_.output) == Container::kAvi || extension == ".mp4";
+    if (arguments_.in_place || !named || ContainerOfName(arguments_.output) == container) return;
+    session_.console.Warning(
+        fmt::format("{}: is an {}, as the damaged recording is", arguments_.output, ContainerName(container)));
+  }
+
   void Report() {
     Console& console = session_.console;
     const std::string& result = arguments_.in_place ? arguments_.input : arguments_.output;
@@ -148,6 +158,7 @@ class Recover {
     for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
       if (DescribedByOther(report_.Stream[i])) report_.Stream[i].bDescribed = 1;
     }
+    RemarkOnName();
     for (const std::string& text : LossTexts(report_)) console.Warning(text);
     for (const std::string& text : RemarkTexts(report_)) console.Note(text);
     if (IsIncomplete(report_)) session_.exit_code = kExitDamaged;

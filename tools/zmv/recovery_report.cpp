@@ -86,6 +86,10 @@ ZMVRecoverReport ProbeRecording(const std::string& path, Console& console, ZMVFi
   return report;
 }
 
+Container ContainerOf(const ZMVRecoverReport& report) {
+  return report.dwFormat == ZMV_FORMAT_AVI ? Container::kAvi : Container::kMp4;
+}
+
 const char* StateName(uint32_t state) {
   switch (state) {
     case ZMV_RECOVER_WHOLE:
@@ -163,7 +167,8 @@ Json RecoveryJson(const ZMVRecoverReport& report) {
   Json messages = Json::array({FramesText(report)});
   for (const std::string& text : LossTexts(report)) messages.push_back(text);
   for (const std::string& text : RemarkTexts(report)) messages.push_back(text);
-  return {{"state", StateName(report.dwState)},
+  return {{"container", ContainerName(ContainerOf(report))},
+          {"state", StateName(report.dwState)},
           {"messages", messages},
           {"frames", report.dwFrames},
           {"dropped", report.dwDropped},

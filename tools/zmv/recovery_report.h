@@ -19,6 +19,8 @@ ZMVRecoverReport ProbeRecording(const std::string& path, Console& console, ZMVFi
 // The library's progress callback: draws the bar of the console that is its context, and stops when Ctrl-C was pressed.
 uint32_t ShowProgress(void* console, uint64_t done, uint64_t total);
 
+Container ContainerOf(const ZMVRecoverReport& report);
+
 // "whole", "cut", "damaged", "not a recording".
 const char* StateName(uint32_t state);
 
