@@ -131,6 +131,7 @@ bool ChainScan::CarriesOn(uint64_t from, uint64_t end, bool in_doubt) {
       from += kTableHeaderSize + uint64_t{place.table};
     } else {
       if (place.item == Item::kBox && (in_doubt || from == media_end_)) return true;
+      if (place.item == Item::kEnd && in_doubt) return true;
       if (place.item != Item::kRecord) return false;
       const Reading reading = chain().Read(place.record, from);
       if (!reading.possible) return false;

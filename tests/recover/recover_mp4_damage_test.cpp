@@ -97,6 +97,27 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// Space was taken in advance: a wrong size leads into it, over the last frames.
+TEST_F(Mp4Damage, SectorWithAWrongSizeInFrontOfUnwrittenSpace_LosesOnlyTheFramesItTouches) {
+  uint32_t sizes = 0;
+  for (uint32_t first = 100; first < 100 + kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 12; ++i) log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300), 21 * i, 21);
+    ByteVector whole = log.Finish();
+    const StoredFrame& frame = log.frames()[3];
+    const size_t from = frame.payload / kSector * kSector;
+    if (frame.payload - from == 0 || frame.payload - from > 4) continue;  // its size lies in one sector
+    ++sizes;
+    whole.resize(log.frames().back().End());
+    StoreBE32(&whole[log.frames().front().position - 8], 8);
+    ByteVector bytes = Join({WithSector(whole, from, [] { return uint8_t{0xEE}; }), Zeros(100000)});
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), log.frames(), from, from + kSector, Allow::kAnyMedium);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_EQ(sizes, 4u);
+}
+
 TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {
   const Mixed mixed(2);
   const size_t from = (mixed.frames[30].position + kSector) / kSector * kSector;
