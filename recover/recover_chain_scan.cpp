@@ -159,7 +159,7 @@ bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, Foun
   if (SizeInDoubt(reading) && LeadsOverOthers(reading)) return false;
   if (result_ != 0) return false;
   // What looks like a payload may be the beginning of a table whose header goes on in the damaged sector.
-  const bool table = reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
+  const bool table = record.size != 0 && reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
   const bool damaged = table || reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
   if (chain().Error() != 0) return Fail(chain().Error());
   if (!damaged) return Deliver(record, reading, frame);
