@@ -150,8 +150,8 @@ bool ChainScan::SizeInDoubt(const Reading& reading) {
 bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
   // A damaged size hardly leads to a place from which on exactly a sector can be lost, or to where the media data ends.
-  const bool leads_to_loss =
-      reading.next % kSectorSize == 0 || reading.next == media_end_ || chain().BeginsTag(reading.next);
+  const bool leads_to_loss = reading.end % kSectorSize == 0 || reading.next % kSectorSize == 0 ||
+                             reading.next == media_end_ || chain().BeginsTag(reading.next);
   if (SizeInDoubt(reading) && !EndsUnwritten(record, reading) && !leads_to_loss) {
     Lose(position, position + chain().HeaderSize());
     return false;
