@@ -25,7 +25,7 @@ enum class Item : uint8_t {
 struct Place {
   Item item = Item::kBroken;
   Record record = {};
-  bool whole_header = false;  // of a record: all of it stands there
+  bool whole_header = false;  // of a record or a box: all of it stands there
   uint32_t table = 0;         // bytes behind the table's header
 
   bool Chained() const { return item != Item::kBroken; }

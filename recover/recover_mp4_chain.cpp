@@ -98,6 +98,7 @@ Place Mp4Chain::At(uint64_t position) {
     // The boxes follow where the header of the media data says.
   } else if (IsClosing(view, position)) {
     place.item = Item::kBox;
+    place.whole_header = IsClosingBox(view.bytes, view.size);
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
     const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
@@ -141,9 +142,17 @@ bool Mp4Chain::MayBeTable(uint64_t position) {
   return item == Item::kTable || item == Item::kTableBeyond;
 }
 
+// What looks like a table is believed to be a payload when something certain follows it: not when the file ends there,
+// or with a few bytes that can begin anything.
+bool Mp4Chain::IsPayload(const Reading& reading) {
+  if (!reading.possible || reading.prefix == Prefix::kWrong) return false;
+  if (reading.prefix == Prefix::kRight || !MayBeTable(reading.payload)) return true;
+  return reading.behind.item == Item::kTable || reading.behind.whole_header;
+}
+
 Reading Mp4Chain::Read(const Record& record, uint64_t position) {
   uint64_t payload = position + kRecordSize;
-  Reading reading = At(record, payload);
+  const Reading reading = At(record, payload);
   if (!MayBeTable(payload) || reading.prefix == Prefix::kRight) return reading;
   // Either tables lie between, or the payload begins as they do: what stands behind it tells.
   Reading best = {};
@@ -153,16 +162,10 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
     payload += kTableHeaderSize + uint64_t{place.table};
     const Reading behind = At(record, payload);
     // As long as nothing certain follows, all that looks like tables is taken for them.
-    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.behind.Chained())) {
-      best = behind;
-    }
+    if (IsPayload(behind) && (behind.behind.Chained() || !best.behind.Chained())) best = behind;
   }
   if (best.possible && best.behind.Chained()) return best;
-  // A payload that looks like a table is believed when something certain follows it, not when the file ends there.
-  const Item item = reading.behind.item;
-  const bool certain = item == Item::kRecord || item == Item::kTable || item == Item::kBox;
-  if (reading.possible && reading.prefix != Prefix::kWrong && certain) return reading;
-  return best;
+  return IsPayload(reading) ? reading : best;
 }
 
 bool Mp4Chain::BeginsItem(uint64_t position) {
