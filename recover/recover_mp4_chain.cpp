@@ -6,12 +6,15 @@
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
+#include "base/zmv_result.h"
+#include "recover/recover_module.h"
 
 namespace zmv::recover {
 namespace {
 
 constexpr uint32_t kLengthSize = 4;
-constexpr uint32_t kTypeOffset = 4;  // of a box
+constexpr uint32_t kSizeField = 4;  // of a box
+constexpr uint32_t kTypeOffset = kSizeField;
 // Between a record and its payload its track's chunk offsets can be spilled, and the chunk table of another.
 constexpr uint32_t kMaxTablesBetween = 4;
 
@@ -57,7 +60,7 @@ int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progres
   const ZMVFileInfo& info = front.info;
   if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
   const uint64_t stated = front.mdat + front.mdat_size;
-  closed_end_ = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size() ? stated : 0;
+  const bool states_end = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size();
   strays_ = front.sound && info.dwVideoCount + info.dwAudioCount + info.dwTextCount != 0;
   for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
     // The numbers of descriptions behind a damaged stretch are not certain.
@@ -65,7 +68,11 @@ int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progres
     length_[i] = length_known_[i] && BeginsWithLength(info.m_Video[i].dwFourCC);
   }
   compressed_audio_ = front.described_audio && IsCompressedAudio(info.m_Audio.dwFormat);
-  return FindEnds(known_end, progress);
+  if (const int32_t result = FindEnds(known_end, progress); Failed(result)) return result;
+  // Unless a box stands where it leads, the size may be damaged, or written in one of two sectors only.
+  const bool certain = front.sound && SectorStart(front.mdat) == SectorStart(front.mdat + kSizeField - 1);
+  if (states_end && (certain || At(stated).item == Item::kBox)) closed_end_ = stated;
+  return Error();
 }
 
 // A record with a stream that is not described is one all the same: its frame is in the last track.

@@ -97,6 +97,49 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// The header of the media data begins in the lost sector and ends in the next one.
+TEST_F(Mp4Damage, LostSizeOfTheMediaData_LosesNoFrames) {
+  uint32_t straddling = 0;
+  for (uint32_t more = 0; more < kSector; ++more) {
+    ZMVFileInfo info = SmallInfo();
+    info.m_Video[0].dwExtraDataSize = more;
+    const Mixed mixed(1, 6, info);
+    const size_t media = mixed.DataStart() - 8;
+    if (media % kSector != kSector - 4) continue;
+    ++straddling;
+    const size_t from = media / kSector * kSector;
+    ByteVector bytes = WithSector(mixed.file, from, []() { return uint8_t{0xEE}; });
+    StoreBE32(&bytes[media], 600);
+    const size_t lost = (mixed.frames[9].position / kSector + 1) * kSector;
+    bytes = WithSector(bytes, lost, []() { return uint8_t{0xEE}; });
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, lost, lost + kSector, Allow::kAnyMedium);
+  }
+  EXPECT_GT(straddling, 0u);
+}
+
+// The power fails while the size is set that lies in two sectors: one of them is written.
+TEST_F(Mp4Damage, HalfSetSizeOfTheMediaData_LosesNoFrames) {
+  uint32_t halves = 0;
+  for (uint32_t more = 0; more < kSector; ++more) {
+    ZMVFileInfo info = SmallInfo();
+    info.m_Video[0].dwExtraDataSize = more;
+    const Mixed mixed(1, 6, info);
+    const size_t media = mixed.DataStart() - 8;
+    if (media % kSector <= kSector - 4) continue;
+    const uint32_t set = NumberAt(mixed.file, media);
+    const uint32_t second = (1u << 8 * (media % kSector - (kSector - 4))) - 1;
+    const size_t lost = (mixed.frames[9].position / kSector + 1) * kSector;
+    for (uint32_t size : {set & second, (set & ~second) | 8}) {
+      if (size <= 8) continue;
+      ++halves;
+      ByteVector bytes = WithSector(mixed.file, lost, []() { return uint8_t{0xEE}; });
+      StoreBE32(&bytes[media], size);
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, lost, lost + kSector, Allow::kAnyMedium);
+    }
+  }
+  EXPECT_GT(halves, 2u);
+}
+
 TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {
   const Mixed mixed(2);
   const size_t from = (mixed.frames[30].position + kSector) / kSector * kSector;
