@@ -197,12 +197,14 @@ bool ChainScan::EndsUnwritten(const Record& record, const Reading& reading) {
 
 PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
   const bool last = reading.behind.item == Item::kEnd;
+  // The zeros in front of a box's size are its own.
+  const bool box = reading.behind.item == Item::kBox && reading.behind.whole_header;
   const uint64_t from = SectorStart(reading.payload);
   return {.bytes = bytes - (reading.payload - from),
           .from = from,
           .begin = reading.payload,
           .end = reading.end,
-          .to = last ? reading.end : SectorEndOf(reading),
+          .to = last || box ? reading.end : SectorEndOf(reading),
           .last = last};
 }
 
