@@ -281,7 +281,7 @@ bool ChainScan::Deliver(const Record& record, const Reading& reading, FoundFrame
 
 void ChainScan::TakeTable(uint32_t length) {
   const uint64_t end = position_ + kTableHeaderSize + length;
-  if (chain().At(end).Chained()) {
+  if (end == media_end_ || chain().At(end).Chained()) {
     position_ = items_end_ = end;
   } else {
     Lose(position_, position_ + kTableHeaderSize);

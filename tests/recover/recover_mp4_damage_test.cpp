@@ -97,6 +97,22 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// Behind the last frame as well as behind a table that closing has spilled.
+TEST_F(Mp4Damage, LostIndexOfAClosedRecording_IsNoHoleInItsMedia) {
+  uint32_t spilled = 0;
+  for (uint32_t rounds = 5; rounds < 30; ++rounds) {
+    const SmallRecording recording(1, rounds);
+    if (recording.frames.back().End() < recording.MdatEnd()) ++spilled;
+    ByteVector bytes = recording.file;
+    std::fill(bytes.begin() + static_cast<ptrdiff_t>(recording.MdatEnd()), bytes.end(), 0xEE);
+    const Found found = ScanBytes(std::move(bytes));
+    ASSERT_EQ(found.report.dwHoles, 0u) << rounds;
+    // Of the last frame the end may lie in the lost sector.
+    ASSERT_GE(found.frames.size() + 1, recording.frames.size()) << rounds;
+  }
+  EXPECT_GT(spilled, 0u);
+}
+
 // The header of the media data begins in the lost sector and ends in the next one.
 TEST_F(Mp4Damage, LostSizeOfTheMediaData_LosesNoFrames) {
   uint32_t straddling = 0;
