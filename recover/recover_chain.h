@@ -71,6 +71,8 @@ class Chain {
 
   // True when the rest of the sector at `position` is zero.
   bool RestIsZero(uint64_t position);
+  // True when it is as flash memory that was erased and not written.
+  bool RestIsErased(uint64_t position);
   bool IsZero(uint64_t position);
 
   uint64_t file_end() const { return file_end_; }

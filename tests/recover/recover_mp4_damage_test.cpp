@@ -97,6 +97,43 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// The frames between two lost sectors are borne out by nothing but themselves.
+TEST_F(Mp4Damage, TwoSectors_LoseOnlyTheFramesTheyTouch) {
+  for (uint32_t seed = 1; seed <= 40; ++seed) {
+    const Mixed mixed(seed);
+    const size_t start = mixed.DataStart() / kSector * kSector + kSector;
+    for (size_t from = start; from + 4 * kSector < mixed.frames.back().position; from += kSector) {
+      const size_t second = from + (2 + seed % 2) * kSector;
+      Noise noise(seed);
+      const auto byte = [&]() { return seed % 3 == 0 ? uint8_t{0} : noise.Byte(); };
+      const Found found = ScanBytes(WithSector(WithSector(mixed.file, from, byte), second, byte));
+      for (const StoredFrame& frame : mixed.frames) {
+        if (Touches(frame, from, from + kSector) || Touches(frame, second, second + kSector)) continue;
+        ASSERT_THAT(found.frames, Contains(frame)) << "sectors at " << from << " and " << second;
+      }
+    }
+  }
+}
+
+// Of a size only the last byte lies in a sector that reads as ones, which leads to the end of that sector.
+TEST_F(Mp4Damage, ErasedSectorBehindARecord_MakesNoSize) {
+  uint32_t straddling = 0;
+  for (uint32_t first = 1; first <= kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 4; ++i) {
+      log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300 + i), 20 * i, 20);
+    }
+    const ByteVector file = log.Finish();
+    const size_t sector = log.frames()[1].position + 27;
+    if (sector % kSector != 0) continue;
+    ++straddling;
+    ExpectLosesOnlyTouched(ScanBytes(WithSector(file, sector, []() { return uint8_t{0xFF}; })), log.frames(), sector,
+                           sector + kSector, Allow::kAnyMedium);
+  }
+  EXPECT_EQ(straddling, 1u);
+}
+
 // Behind the last frame as well as behind a table that closing has spilled.
 TEST_F(Mp4Damage, LostIndexOfAClosedRecording_IsNoHoleInItsMedia) {
   uint32_t spilled = 0;

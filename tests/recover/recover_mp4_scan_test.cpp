@@ -82,6 +82,24 @@ TEST_F(Mp4ScanTest, PayloadCutBehindItsTables_IsNoFrame) {
   }
 }
 
+// What a recovery in place leaves when it is cut behind its first write: the first bytes of a size, which are zero.
+TEST_F(Mp4ScanTest, BeginOfABoxAtTheEndOfASector_DoesNotReachBack) {
+  ByteVector words(100, 0x42);
+  words.back() = 0;
+  uint32_t ends = 0;
+  for (uint32_t first = 1; first <= kSector; ++first) {
+    ByteVector file = Join({front, Audio(0, ByteVector(first, 0x42)), Record(ZMV_MEDIA_TEXT, 20, 100), words});
+    const size_t rest = kSector - file.size() % kSector;
+    if (rest > 3) continue;
+    ++ends;
+    EXPECT_THAT(Sizes(ScanBytes(Join({file, Zeros(rest), ByteVector(600, 0xEE)}))), ::testing::ElementsAre(first, 100));
+    // Behind a hole it is found, too.
+    file[front.size()] = 'X';
+    EXPECT_THAT(Sizes(ScanBytes(Join({file, Zeros(rest), ByteVector(600, 0xEE)}))), ::testing::ElementsAre(100));
+  }
+  EXPECT_EQ(ends, 3u);
+}
+
 TEST_F(Mp4ScanTest, EmptyPayloads_AreFrames) {
   EXPECT_THAT(Sizes(ScanBytes(Join({front, Audio(0, {}), Audio(1, {}), Audio(2, {9}), Audio(3, {})}))),
               ::testing::ElementsAre(0, 0, 1, 0));
