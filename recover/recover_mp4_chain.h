@@ -38,6 +38,7 @@ class Mp4Chain final : public Chain {
   Prefix CheckPrefix(const Record& record, uint64_t payload);
   Reading At(const Record& record, uint64_t payload);
   bool MayBeTable(uint64_t position);
+  bool IsPayload(const Reading& reading);
   bool IsClosing(const View& view, uint64_t position);
 
   StreamLimits limits_;
