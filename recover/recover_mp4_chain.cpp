@@ -175,21 +175,27 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
   return IsPayload(reading) ? reading : best;
 }
 
-bool Mp4Chain::BeginsItem(uint64_t position) {
+// True when `begins` holds for the rest of the sector at `position`, or for what was put down of it: zeros take the
+// place of the rest of a header within which that ends.
+template <typename Begins>
+bool Mp4Chain::RestOfSector(uint64_t position, Begins begins) {
   const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  const auto begins = [&](uint32_t count) {
-    return BeginsRecord(rest.bytes, count) || BeginsTable(rest.bytes, count) || BeginsClosingBox(rest.bytes, count);
-  };
-  if (begins(rest.size)) return true;
-  // What was put down of the sector may end within the header: zeros take the place of the rest.
+  if (begins(rest.bytes, rest.size)) return true;
   uint32_t written = rest.size;
   while (written != 0 && rest.bytes[written - 1] == 0) --written;
-  return written != rest.size && begins(written);
+  return written != rest.size && begins(rest.bytes, written);
+}
+
+bool Mp4Chain::BeginsItem(uint64_t position) {
+  return RestOfSector(position, [this](const uint8_t* bytes, uint32_t count) {
+    return BeginsRecord(bytes, count) || BeginsTable(bytes, count) || BeginsClosingBox(bytes, count);
+  });
 }
 
 bool Mp4Chain::BeginsTag(uint64_t position) {
-  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  return BeginsRecord(rest.bytes, rest.size) || BeginsTable(rest.bytes, rest.size);
+  return RestOfSector(position, [this](const uint8_t* bytes, uint32_t count) {
+    return BeginsRecord(bytes, count) || BeginsTable(bytes, count);
+  });
 }
 
 bool Mp4Chain::BeginsTableAt(uint64_t position) {

@@ -35,6 +35,8 @@ class Mp4Chain final : public Chain {
  private:
   bool Parse(const uint8_t* bytes, Record& record) const;
   bool BeginsRecord(const uint8_t* bytes, uint32_t count) const;
+  template <typename Begins>
+  bool RestOfSector(uint64_t position, Begins begins);
   Prefix CheckPrefix(const Record& record, uint64_t payload);
   Reading At(const Record& record, uint64_t payload);
   bool MayBeTable(uint64_t position);

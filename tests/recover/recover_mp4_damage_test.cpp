@@ -118,6 +118,29 @@ TEST_F(Mp4Damage, SectorWithAWrongSizeInFrontOfUnwrittenSpace_LosesOnlyTheFrames
   EXPECT_EQ(sizes, 4u);
 }
 
+// The rest of a sector never reached the medium, later ones did: what was put down ends within a record. The frame in
+// front of it, whose own record lies in two sectors, is complete.
+TEST_F(Mp4Damage, RestOfASectorThatWasNotWritten_LosesNoFrameInFrontOfIt) {
+  uint32_t tried = 0;
+  for (uint32_t first = 100; first < 100 + kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 8; ++i) log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300), 21 * i, 21);
+    const ByteVector file = log.Finish();
+    const StoredFrame& frame = log.frames()[3];
+    if (frame.payload / kSector == frame.position / kSector || frame.payload % kSector == 0) continue;
+    const size_t next = frame.End();
+    const size_t to = next / kSector * kSector + kSector;
+    for (size_t from = next + 1; from < next + 28; ++from, ++tried) {
+      ByteVector bytes = file;
+      std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0);
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), log.frames(), from, to, Allow::kNothing);
+      if (HasFatalFailure()) return;
+    }
+  }
+  EXPECT_EQ(tried, 27u * 27u);
+}
+
 // The header of the box behind the last frame lies in two sectors, as that frame's record does: where the media data
 // ends bears the record out.
 TEST_F(Mp4Damage, SectorBehindTheMediaData_LosesNoFrame) {
