@@ -131,6 +131,7 @@ bool ChainScan::CarriesOn(uint64_t from, uint64_t end, bool in_doubt) {
       from += kTableHeaderSize + uint64_t{place.table};
     } else {
       if (place.item == Item::kBox && (in_doubt || from == media_end_)) return true;
+      if (place.item == Item::kEnd && in_doubt) return true;
       if (place.item != Item::kRecord) return false;
       const Reading reading = chain().Read(place.record, from);
       if (!reading.possible) return false;
@@ -148,8 +149,9 @@ bool ChainScan::SizeInDoubt(const Reading& reading) {
 // The chain breaks behind the payload: the record may be damaged, or the end of the payload, or only what follows.
 bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
-  // A damaged size hardly leads to a place from which on exactly a sector can be lost.
-  const bool leads_to_loss = reading.next % kSectorSize == 0 || chain().BeginsTag(reading.next);
+  // A damaged size hardly leads to a place from which on exactly a sector can be lost, or to where the media data ends.
+  const bool leads_to_loss = reading.end % kSectorSize == 0 || reading.next % kSectorSize == 0 ||
+                             reading.next == media_end_ || chain().BeginsTag(reading.next);
   if (SizeInDoubt(reading) && !EndsUnwritten(record, reading) && !leads_to_loss) {
     Lose(position, position + chain().HeaderSize());
     return false;
@@ -157,7 +159,7 @@ bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, Foun
   if (SizeInDoubt(reading) && LeadsOverOthers(reading)) return false;
   if (result_ != 0) return false;
   // What looks like a payload may be the beginning of a table whose header goes on in the damaged sector.
-  const bool table = reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
+  const bool table = record.size != 0 && reading.prefix != Prefix::kRight && chain().BeginsTableAt(reading.payload);
   const bool damaged = table || reading.prefix == Prefix::kWrong || DamageReachesBack(record, reading);
   if (chain().Error() != 0) return Fail(chain().Error());
   if (!damaged) return Deliver(record, reading, frame);

@@ -9,13 +9,15 @@
 namespace zmv::recover {
 namespace {
 
-constexpr uint32_t kCapacityStep = 64 * 1024;
+constexpr uint32_t kCapacityStep = 16 * 1024;
 
 }  // namespace
 
 bool Window::Enlarge(uint64_t capacity) {
   if (capacity <= capacity_) return true;
-  capacity = std::max<uint64_t>(kCapacity, (capacity + kCapacityStep - 1) / kCapacityStep * kCapacityStep);
+  // A small file needs no more than its size.
+  const uint64_t usual = std::min<uint64_t>(kCapacity, file_.Size());
+  capacity = std::max(usual, (capacity + kCapacityStep - 1) / kCapacityStep * kCapacityStep);
   HostMemory<uint8_t> larger;
   if (capacity <= UINT32_MAX) larger = AllocateBytes(kModule, static_cast<uint32_t>(capacity), __func__);
   if (!larger) {

@@ -163,6 +163,30 @@ TEST_F(AviDamage, AnySectorBehindTheFront_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// Behind headers of an odd size a payload ends with a sector and its pad byte begins the next one.
+TEST_F(AviDamage, SectorThatBeginsWithAPadByte_LosesNoFrameInFrontOfIt) {
+  const auto record = [](size_t first, size_t second) {
+    return RecordAvi(AviInfo(), {{ZMV_MEDIA_VIDEO, 0, 0, 40, true, Picture(FourCC("H264"), true, 1, first)},
+                                 {ZMV_MEDIA_VIDEO, 0, 40, 40, false, Picture(FourCC("H264"), false, 2, second)},
+                                 {ZMV_MEDIA_VIDEO, 0, 80, 40, false, Picture(FourCC("H264"), false, 3, 900)},
+                                 {ZMV_MEDIA_VIDEO, 0, 120, 40, false, Picture(FourCC("H264"), false, 4, 90)}});
+  };
+  constexpr size_t kFirst = 600;
+  const uint64_t begin = record(kFirst, 9).FirstChunk();
+  ASSERT_EQ(begin % 2, 1u) << "the headers have an even size";
+  // The second header lies in two sectors.
+  const size_t first = kFirst + static_cast<size_t>((kSector + 507 - (begin + 8 + kFirst) % kSector) % kSector);
+  const AviRecording recording = record(first, 2 * kSector - 3);
+  const uint64_t from = recording.frames[1].end;
+  ASSERT_EQ(recording.frames[1].position % kSector, 507u);
+  ASSERT_EQ(from % kSector, 0u);
+  for (const uint8_t byte : {uint8_t{0}, uint8_t{0xEE}}) {
+    ByteVector bytes = recording.closed;
+    std::fill_n(bytes.begin() + static_cast<ptrdiff_t>(from), kSector, byte);
+    EXPECT_EQ(OnlyTouchedAreLost(Scan(bytes), recording.frames, from, from + kSector, Allow::kNothing), "");
+  }
+}
+
 TEST_F(AviDamage, EveryShape_AnySectorLosesOnlyTheFramesItTouches) {
   for (const AviShape& shape : RegularAviShapes()) {
     for (uint32_t seed = 1; seed <= 4; ++seed) {

@@ -170,7 +170,7 @@ TEST_F(AviLarge, MillionFrames_TakeNoMemoryInPlaceAndAnEntryEachInANewFile) {
   constexpr uint64_t kSlack = 20000;  // the step by which the writer's index grows
   uint64_t in_place[2] = {};
   uint64_t to_file[2] = {};
-  const uint32_t counts[2] = {1000, 1000000};
+  const uint32_t counts[2] = {10000, 1000000};
   for (int i = 0; i < 2; ++i) {
     {
       ScriptedHost host;

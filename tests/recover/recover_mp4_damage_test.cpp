@@ -97,6 +97,57 @@ TEST_F(Mp4Damage, AnySectorOfACutRecording_LosesOnlyTheFramesItTouches) {
   }
 }
 
+// Space was taken in advance: a wrong size leads into it, over the last frames.
+TEST_F(Mp4Damage, SectorWithAWrongSizeInFrontOfUnwrittenSpace_LosesOnlyTheFramesItTouches) {
+  uint32_t sizes = 0;
+  for (uint32_t first = 100; first < 100 + kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 12; ++i) log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300), 21 * i, 21);
+    ByteVector whole = log.Finish();
+    const StoredFrame& frame = log.frames()[3];
+    const size_t from = frame.payload / kSector * kSector;
+    if (frame.payload - from == 0 || frame.payload - from > 4) continue;  // its size lies in one sector
+    ++sizes;
+    whole.resize(log.frames().back().End());
+    StoreBE32(&whole[log.frames().front().position - 8], 8);
+    ByteVector bytes = Join({WithSector(whole, from, [] { return uint8_t{0xEE}; }), Zeros(100000)});
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), log.frames(), from, from + kSector, Allow::kAnyMedium);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_EQ(sizes, 4u);
+}
+
+// The header of the box behind the last frame lies in two sectors, as that frame's record does: where the media data
+// ends bears the record out.
+TEST_F(Mp4Damage, SectorBehindTheMediaData_LosesNoFrame) {
+  constexpr uint32_t kFirst = 600;
+  const auto record = [](uint32_t first, uint32_t last, std::vector<StoredFrame>& frames) {
+    FrameLog log(SmallInfo());
+    Noise noise(22);
+    log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(first), 0, 21);
+    log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(last), 21, 21);
+    ByteVector file = log.Finish();
+    frames = log.frames();
+    return file;
+  };
+  std::vector<StoredFrame> frames;
+  record(kFirst, 1, frames);
+  const size_t other = frames[1].position % kSector;
+  for (uint32_t left = 1; left < 8; ++left) {
+    const uint32_t first = kFirst + static_cast<uint32_t>((kSector + 500 - other) % kSector);
+    const ByteVector file = record(first, 2 * kSector - (500 + 28) + kSector - left, frames);
+    const size_t end = frames[1].End();
+    ASSERT_EQ(frames[1].position % kSector, 500u);
+    ASSERT_EQ(end % kSector, kSector - left);
+    for (const uint8_t byte : {uint8_t{0}, uint8_t{0xEE}}) {
+      ByteVector bytes = WithSector(file, end + left, [byte] { return byte; });
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), frames, end + left, end + left + kSector, Allow::kNothing);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
 TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {
   const Mixed mixed(2);
   const size_t from = (mixed.frames[30].position + kSector) / kSector * kSector;

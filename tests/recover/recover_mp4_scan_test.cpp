@@ -7,6 +7,7 @@ namespace {
 using ::testing::IsEmpty;
 
 constexpr size_t kSector = 512;
+constexpr size_t kRecordSize = 28;
 
 // A recording put together by hand: front of a real one, then whatever is added.
 class Mp4ScanTest : public RecoverTest {
@@ -69,6 +70,18 @@ TEST_F(Mp4ScanTest, TableCutWhereAPayloadWouldEnd_IsNoFrame) {
 TEST_F(Mp4ScanTest, EmptyPayloads_AreFrames) {
   EXPECT_THAT(Sizes(ScanBytes(Join({front, Audio(0, {}), Audio(1, {}), Audio(2, {9}), Audio(3, {})}))),
               ::testing::ElementsAre(0, 0, 1, 0));
+}
+
+// A table whose header goes on in the damaged sector: a frame without a payload in front of it is complete.
+TEST_F(Mp4ScanTest, EmptyPayloadInFrontOfADamagedTable_IsAFrame) {
+  constexpr size_t kTagInFront = 3;
+  const size_t used = front.size() + kRecordSize + kRecordSize + kTagInFront;
+  const ByteVector filler(2 * kSector - used % kSector, 0x21);
+  const ByteVector items = Join({front, Audio(0, filler), Audio(20, {})});
+  ASSERT_EQ((items.size() + kTagInFront) % kSector, 0u);
+  ByteVector file = Join({items, Table(800), Audio(40, {5}), Audio(60, {6, 7})});
+  std::fill_n(file.begin() + static_cast<ptrdiff_t>(items.size() + kTagInFront), kSector, 0);
+  EXPECT_THAT(Sizes(ScanBytes(file)), ::testing::ElementsAre(filler.size(), 0, 1, 2));
 }
 
 TEST_F(Mp4ScanTest, VideoWhoseLengthDisagrees_IsDropped) {

@@ -48,7 +48,7 @@ class NewRecording : public RecoveryTest {
 
 TEST_F(NewRecording, ManyTexts_TakeNoMoreMemoryThanFew) {
   ByteVector made;
-  const uint64_t few = Peak(RecordTexts(1000).open, made);
+  const uint64_t few = Peak(RecordTexts(5000).open, made);
   ASSERT_EQ(result_, 0);
   const Recording recording = RecordTexts(100000);
   EXPECT_EQ(Peak(recording.open, made), few);
