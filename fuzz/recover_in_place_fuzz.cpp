@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/zmv_result.h"
+#include "recover/recover_avi_front.h"
 #include "recover/recover_recording.h"
 #include "tests/support/memory_file.h"
 
@@ -12,7 +13,7 @@ namespace {
 using zmv::test::StoredFile;
 
 void Check(const StoredFile& file, int32_t result, const ZMVRecoverReport& report) {
-  if (zmv::Failed(result) || report.dwFormat != ZMV_FORMAT_AVI) return;
+  if (zmv::Failed(result)) return;
   StoredFile again(file.bytes());
   ZMVRecoverReport second = {};
   if (zmv::recover::RecoverInPlace(again, ZMVRecoverParam{}, second) != 0) abort();
@@ -23,6 +24,8 @@ void Check(const StoredFile& file, int32_t result, const ZMVRecoverReport& repor
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   StoredFile file(std::vector<uint8_t>(data, data + size));
+  bool avi = false;
+  if (zmv::recover::RecogniseAvi(file, avi) != 0 || !avi) return 0;
   static ZMVRecoverReport report;
   report = {};
   const int32_t result = zmv::recover::RecoverInPlace(file, ZMVRecoverParam{}, report);

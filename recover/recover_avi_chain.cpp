@@ -65,6 +65,7 @@ int32_t AviChain::Open(const AviFront& front, uint64_t known_end, Progress* prog
     compressed_video_[stream.track] = start_codes_[stream.track] || stream.code == FourCC("MJPG");
   }
   begin_ = front.front.end;
+  stated_end_ = front.front.mdat + kChunkHeaderSize + front.front.mdat_size;
   stream_count_ = front.stream_count;
   video_count_ = front.front.info.dwVideoCount;
   if (const int32_t result = FindEnds(known_end, progress); Failed(result)) return result;
@@ -116,10 +117,12 @@ bool AviChain::IsIndex(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t p
   return view.size == kIdx1EntrySize && IsEntry(before, position - kIdx1EntrySize);
 }
 
-// The index names a chunk, if the medium has its first entry. The chunk with the file's name has its size, and the one
-// that covers the rest of the file goes to its end.
+// Where the header of the list says that it ends, the code will do. Elsewhere the index names a chunk, if the medium
+// has its first entry, the chunk with the file's name has its size, and the one that covers the rest of the file goes
+// to its end.
 bool AviChain::IsClosing(const uint8_t (&bytes)[kSeen], uint32_t count, uint64_t position) {
   if (count < kChunkHeaderSize || !BeginsClosingChunk(bytes)) return false;
+  if (position == stated_end_) return true;
   const uint32_t size = LoadLE32(bytes + kCodeSize);
   if (LoadLE32(bytes) == FourCC("JUNK")) return size == kNameSize || size >= file_end() - position - kChunkHeaderSize;
   const uint8_t* const entry = bytes + kChunkHeaderSize;

@@ -56,6 +56,7 @@ class AviChain final : public Chain {
   bool any_stream_ = false;
   bool placed_ = false;  // where the movi list begins is known
   uint64_t begin_ = 0;
+  uint64_t stated_end_ = 0;  // of the movi list; its beginning until the file was closed
 };
 
 }  // namespace zmv::recover

@@ -27,7 +27,6 @@ const uint8_t* AviIndexCheck::Read(uint64_t position, uint32_t count) { return w
 int32_t AviIndexCheck::Open(const AviFront& front) {
   front_ = &front;
   movi_ = front.front.mdat + kChunkHeaderSize;
-  agrees_ = false;
   if (!front.front.sound || front.front.mdat_size < kFieldSize) return 0;
   const uint64_t index = movi_ + front.front.mdat_size;
   const uint8_t* head = Read(index, kChunkHeaderSize);
@@ -36,6 +35,7 @@ int32_t AviIndexCheck::Open(const AviFront& front) {
   next_ = index + kChunkHeaderSize;
   end_ = next_ + size;
   agrees_ = LoadLE32(head) == FourCC("idx1") && size % kIdx1EntrySize == 0 && end_ <= file_.Size();
+  if (agrees_) begin_ = next_;
   return 0;
 }
 
@@ -63,25 +63,59 @@ int32_t AviIndexCheck::Check(const FoundFrame& frame, uint32_t number) {
   return 0;
 }
 
+// The form ends behind the index, and with the file at the latest.
+bool AviIndexCheck::FormAgrees() {
+  const uint8_t* riff = Read(kRiffSize, kFieldSize);
+  const uint64_t end = riff != nullptr ? uint64_t{LoadLE32(riff)} + kChunkHeaderSize : 0;
+  return end >= end_ && end <= file_.Size();
+}
+
 // The counts cover what was recorded, which can be more than what is found.
-bool AviIndexCheck::CountsAgree() {
+bool AviIndexCheck::CountsAgree(const Counts& counts) {
   uint64_t videos = 0;
   for (uint32_t i = 0; i < front_->stream_count; ++i) {
     const AviStream& stream = front_->streams[i];
     const uint8_t* length = Read(stream.header + kStreamLength, kFieldSize);
-    if (length == nullptr || LoadLE32(length) < frames_[i]) return false;
-    if (stream.media == ZMV_MEDIA_VIDEO) videos += frames_[i];
+    if (length == nullptr || LoadLE32(length) < counts[i]) return false;
+    if (stream.media == ZMV_MEDIA_VIDEO) videos += counts[i];
   }
   const uint8_t* frames = Read(front_->main_header + kMainFrames, kFieldSize);
   return frames != nullptr && LoadLE32(frames) >= videos;
 }
 
-int32_t AviIndexCheck::Finish(uint64_t items_end) {
-  if (!agrees_) return 0;
-  const uint8_t* riff = Read(kRiffSize, kFieldSize);
-  const bool sized = riff != nullptr && uint64_t{LoadLE32(riff)} + kChunkHeaderSize >= end_ &&
-                     uint64_t{LoadLE32(riff)} + kChunkHeaderSize <= file_.Size();
-  agrees_ = sized && items_end == movi_ + front_->front.mdat_size && CountsAgree();
+// The header alone is read: entries follow each other, the chunks they name lie anywhere.
+bool AviIndexCheck::IsChunk(uint64_t offset, uint32_t code, uint32_t size) {
+  uint8_t header[kChunkHeaderSize];
+  return file_.ReadAt(movi_ + offset, header, sizeof header) == sizeof header && LoadLE32(header) == code &&
+         LoadLE32(header + kFieldSize) == size;
+}
+
+bool AviIndexCheck::NamesChunks(Counts& counts) {
+  uint64_t free = kFieldSize;  // behind the last chunk
+  for (uint64_t at = begin_; at < end_; at += kIdx1EntrySize) {
+    const uint8_t* entry = Read(at, kIdx1EntrySize);
+    uint32_t stream = 0;
+    uint32_t media = 0;
+    uint32_t flags = 0;
+    if (entry == nullptr || !ParseChunkHeader(entry, stream, media, flags)) return false;
+    const uint32_t offset = LoadLE32(entry + kEntryOffset);
+    const uint32_t size = LoadLE32(entry + kEntrySize);
+    if (offset < free || !IsChunk(offset, LoadLE32(entry), size)) return false;
+    free = uint64_t{offset} + kChunkHeaderSize + size;
+    ++counts[stream];
+  }
+  return free <= front_->front.mdat_size;
+}
+
+int32_t AviIndexCheck::Finish(uint64_t items_end, bool damaged) {
+  if (begin_ == 0) return 0;
+  const bool form = FormAgrees();
+  agrees_ = agrees_ && form && items_end == movi_ + front_->front.mdat_size && CountsAgree(frames_);
+  closed_ = agrees_;
+  if (form && damaged && !agrees_) {
+    Counts counts = {};
+    closed_ = NamesChunks(counts) && CountsAgree(counts);
+  }
   return window_.Error();
 }
 

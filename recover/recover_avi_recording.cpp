@@ -34,8 +34,9 @@ class IndexedScan final : public Scan {
       return !Failed(result_);
     }
     result_ = scan_.Result();
-    if (!Failed(result_)) result_ = index_.Finish(scan_.ItemsEnd());
     report_ = scan_.Report();
+    const bool damaged = report_.dwState == ZMV_RECOVER_DAMAGED;
+    if (!Failed(result_)) result_ = index_.Finish(scan_.ItemsEnd(), damaged);
     ended_ = true;
     if (report_.dwState == ZMV_RECOVER_WHOLE && !index_.Agrees()) report_.dwState = ZMV_RECOVER_CUT;
     for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
@@ -48,7 +49,7 @@ class IndexedScan final : public Scan {
   const ZMVRecoverReport& Report() const override { return ended_ ? report_ : scan_.Report(); }
   const AviFront& avi() const { return scan_.avi(); }
   uint64_t WrittenEnd() const { return scan_.WrittenEnd(); }
-  bool Complete() const { return index_.Agrees(); }
+  bool Complete() const { return index_.Closed(); }
 
  private:
   // An entry tells better than the payload.

@@ -72,6 +72,14 @@ TEST_F(AviChainTest, ClosingChunks_AreWhatClosingWrites) {
   EXPECT_EQ(ItemAt({first_, Text("JUNK"), Le32(899), ByteVector(900, 1)}, 526), Item::kBroken);
 }
 
+TEST_F(AviChainTest, ClosingChunkAtTheStatedEnd_IsOneByItsCode) {
+  const std::vector<ByteVector> chunks = {first_, Text("idx1"), Le32(16), ByteVector(16, 1)};
+  EXPECT_EQ(ItemAt(chunks, 526), Item::kBroken);
+  front_.front.mdat_size = 526 - 500 - 8;
+  EXPECT_EQ(ItemAt(chunks, 526), Item::kBox);
+  front_.front.mdat_size = 0;
+}
+
 // Frames of a track that no header describes were put into the last stream, and into no other.
 TEST_F(AviChainTest, ChunksOfTheLastStream_MayBeOfAnyType) {
   for (const auto& [code, type] : {std::pair{"02dc", ZMV_MEDIA_VIDEO}, std::pair{"02wb", ZMV_MEDIA_AUDIO}}) {

@@ -14,7 +14,7 @@ class AviIndexTest : public AviRecoveryTest {
   }
 
   // Shows all frames but those of the numbers in `missing` to the check. What it says in the end.
-  bool Agrees(const std::vector<size_t>& missing = {}, uint64_t items_end = 0) {
+  bool Agrees(const std::vector<size_t>& missing = {}, uint64_t items_end = 0, bool damaged = false) {
     StoredFile file(closed_);
     recover::Window window(file);
     recover::AviFront front;
@@ -32,7 +32,8 @@ class AviIndexTest : public AviRecoveryTest {
       EXPECT_EQ(check.Check(found, frame.media - ZMV_MEDIA_VIDEO), 0);
       keys_.push_back(check.IsKey());
     }
-    EXPECT_EQ(check.Finish(items_end != 0 ? items_end : index_), 0);
+    EXPECT_EQ(check.Finish(items_end != 0 ? items_end : index_, damaged), 0);
+    closed_file_ = check.Closed();
     return check.Agrees();
   }
   bool AgreesWith(size_t position, uint32_t value) {
@@ -49,6 +50,7 @@ class AviIndexTest : public AviRecoveryTest {
   ByteVector closed_;
   size_t index_ = 0;
   std::vector<bool> keys_;
+  bool closed_file_ = false;
 };
 
 TEST_F(AviIndexTest, Closed_AgreesAndTellsKeyFrames) {
@@ -105,6 +107,36 @@ TEST_F(AviIndexTest, HeadersOfAFileThatIsNotClosed_DoNotAgree) {
 TEST_F(AviIndexTest, ItemsThatEndElsewhere_DoNotAgree) {
   EXPECT_FALSE(Agrees({}, index_ - 2));
   EXPECT_FALSE(Agrees({}, index_ + 2));
+}
+
+// What is found beside the entries comes from the damage, if there is some.
+TEST_F(AviIndexTest, DamagedFileWhoseIndexNamesChunks_IsClosed) {
+  // One frame is not in the index: its entry gives way to those behind it.
+  const size_t entry = index_ + 8 + 16 * 7;
+  const size_t entries = 16 * recording_.frames.size();
+  std::copy(closed_.begin() + static_cast<ptrdiff_t>(entry) + 16,
+            closed_.begin() + static_cast<ptrdiff_t>(index_ + 8 + entries),
+            closed_.begin() + static_cast<ptrdiff_t>(entry));
+  StoreLE32(&closed_[index_ + 4], static_cast<uint32_t>(entries - 16));
+  EXPECT_FALSE(Agrees({}, 0, true));
+  EXPECT_TRUE(closed_file_);
+  EXPECT_FALSE(Agrees({}, 0, false));
+  EXPECT_FALSE(closed_file_);
+  EXPECT_TRUE(Agrees({7}));
+  EXPECT_TRUE(closed_file_);
+  // Each of these names no chunk, or one twice.
+  for (const auto& [field, value] : {std::pair{size_t{0}, FourCC("00db")}, std::pair{size_t{8}, At(entry + 8) + 1},
+                                     std::pair{size_t{8}, At(entry - 16 + 8)}, std::pair{size_t{8}, 0xFFFFFFF0u},
+                                     std::pair{size_t{12}, At(entry + 12) + 1}}) {
+    const uint32_t before = At(entry + field);
+    StoreLE32(&closed_[entry + field], value);
+    EXPECT_FALSE(Agrees({}, 0, true));
+    EXPECT_FALSE(closed_file_) << field << " " << value;
+    StoreLE32(&closed_[entry + field], before);
+  }
+  StoreLE32(&closed_[4], 0);
+  EXPECT_FALSE(Agrees({}, 0, true));
+  EXPECT_FALSE(closed_file_);
 }
 
 TEST_F(AviIndexTest, FailedReads_AreTheirCodes) {
