@@ -190,7 +190,10 @@ bool ChainScan::DamageReachesBack(const Record& record, const Reading& reading) 
   if (MayBeginBox(reading) && (reading.next == media_end_ || !chain().RestIsZero(SectorStart(reading.next)))) {
     return false;
   }
-  return !EndsUnwritten(record, reading);
+  if (EndsUnwritten(record, reading)) return false;
+  // What may be zero by itself is there when not all of it is zero in the sector.
+  if (record.size == 0 || chain().Compressed(record)) return true;
+  return chain().RestIsZero(LastPart(reading));
 }
 
 // True when the payload is what was written last of its sector: zeros follow it, but it does not end with one.
@@ -200,8 +203,10 @@ bool ChainScan::EndsUnwritten(const Record& record, const Reading& reading) {
 
 PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
   const bool last = reading.behind.item == Item::kEnd;
-  // The zeros in front of a box's size are its own.
-  const bool box = reading.behind.item == Item::kBox && reading.behind.whole_header;
+  // The zeros that a box's size begins with are its own, unless all of the sector is lost in which the payload ends.
+  const bool box = reading.behind.item == Item::kBox && reading.behind.whole_header &&
+                   std::any_of(bytes + (LastPart(reading) - reading.payload), bytes + (reading.end - reading.payload),
+                               [](uint8_t byte) { return byte != 0; });
   const uint64_t from = SectorStart(reading.payload);
   return {.bytes = bytes - (reading.payload - from),
           .from = from,
@@ -209,6 +214,11 @@ PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
           .end = reading.end,
           .to = last || box ? reading.end : SectorEndOf(reading),
           .last = last};
+}
+
+// Where the part of the payload begins that lies in its last sector.
+uint64_t ChainScan::LastPart(const Reading& reading) {
+  return reading.end == reading.payload ? reading.end : std::max(SectorStart(reading.end - 1), reading.payload);
 }
 
 // The end of the payload's last sector, as far as the file goes.
@@ -249,8 +259,7 @@ bool ChainScan::LostTail(const Record& record, const Reading& reading, const uin
   }
   // Fewer can be the first bytes of a box that closing began.
   if (zeros < kSizeField) return false;
-  const uint64_t last = std::max(SectorStart(reading.end - 1), reading.payload);
-  return std::all_of(bytes + (last - reading.payload), end, [](uint8_t byte) { return byte == 0; });
+  return std::all_of(bytes + (LastPart(reading) - reading.payload), end, [](uint8_t byte) { return byte == 0; });
 }
 
 bool ChainScan::Deliver(const Record& record, const Reading& reading, FoundFrame& frame) {

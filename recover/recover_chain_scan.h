@@ -76,6 +76,7 @@ class ChainScan : public Scan {
   bool LostSector(const Record& record, const Reading& reading, const uint8_t* bytes);
   bool LostTail(const Record& record, const Reading& reading, const uint8_t* bytes);
   PayloadView View(const Reading& reading, const uint8_t* bytes);
+  static uint64_t LastPart(const Reading& reading);
   uint64_t SectorEndOf(const Reading& reading);
   const uint8_t* Payload(const Reading& reading);
   void Drop(const Record& record);

@@ -87,6 +87,25 @@ TEST_F(Mp4Payloads, LastPictureThatEndsWithZeros_IsNoLostSector) {
   }
 }
 
+// The size of the index lies in two sectors, and the first one with the picture's end is lost.
+TEST_F(Mp4Payloads, LostEndOfTheLastPicture_IsSeenInFrontOfTheIndex) {
+  uint32_t straddling = 0;
+  for (uint32_t size = 1000; size < 1000 + kSector; ++size) {
+    FrameLog log(SmallInfo());
+    Noise noise(size);
+    log.Write(ZMV_MEDIA_VIDEO, noise.Video(300), 0, 33333, true);
+    log.Write(ZMV_MEDIA_VIDEO, noise.Video(size), 33, 33333);
+    const ByteVector file = log.Finish();
+    const size_t end = log.frames().back().End();
+    if (end % kSector <= kSector - 4) continue;
+    ++straddling;
+    const size_t from = end / kSector * kSector;
+    ExpectLosesOnlyTouched(ScanBytes(WithSector(file, from, []() { return uint8_t{0}; })), log.frames(), from,
+                           from + kSector, Allow::kNothing);
+  }
+  EXPECT_EQ(straddling, 3u);
+}
+
 // A silent frame at a constant bit rate: a header, and zeros.
 ByteVector Silence(Noise& noise, size_t size) {
   ByteVector frame = noise.Compressed(36);

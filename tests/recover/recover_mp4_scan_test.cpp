@@ -165,6 +165,20 @@ TEST_F(Mp4ScanTest, UnwrittenRest_GivesTheFramesInFrontOfIt) {
   }
 }
 
+// The sector was written when the text had come to its end, and not again.
+TEST_F(Mp4ScanTest, TextThatEndsWithZeros_StaysInFrontOfWhatWasNotWritten) {
+  ByteVector words(100, 0x42);
+  std::fill(words.end() - 5, words.end(), 0);
+  for (uint32_t first = 1; first <= kSector; ++first) {
+    const ByteVector file = Join({front, Audio(0, ByteVector(first, 0x42)), Record(ZMV_MEDIA_TEXT, 20, 100), words});
+    // Of the text more than the zeros lies in its last sector, and its size is certain.
+    const size_t record = file.size() - 128;
+    if (file.size() % kSector < 6 || record / kSector != (record + 27) / kSector) continue;
+    const ByteVector unwritten = Zeros(kSector - file.size() % kSector);
+    ASSERT_THAT(Sizes(ScanBytes(Join({file, unwritten, ByteVector(600, 0xEE)}))), ::testing::ElementsAre(first, 100));
+  }
+}
+
 // A stretch in the middle that never reached the medium, frames in front of it that did.
 TEST_F(Mp4ScanTest, StretchThatWasNotWritten_LosesNothingInFrontOfIt) {
   FrameLog log(SmallInfo());
