@@ -6,9 +6,9 @@
  * chunk; AVI stores no times, so theirs are uniform.
  *
  * Order: Probe tells what a file is; ToFile writes a new recording and never touches the old one; InPlace completes the
- * old one where it stands. Memory does not grow with the length of a recording, but for the index of a new AVI: 16 bytes
- * a frame. A call works in the caller's thread; calls on different files may run in different threads. Results are 0 or
- * a negative ZMV_E_* code.
+ * old one where it stands. Memory does not grow with the length of a recording, but for the index of a new AVI: 16
+ * bytes a frame. A call works in the caller's thread; calls on different files may run in different threads. Results
+ * are 0 or a negative ZMV_E_* code.
  */
 #ifndef ZMVRECOVER_H
 #define ZMVRECOVER_H
