@@ -208,11 +208,6 @@ bool AviChain::BeginsItem(uint64_t position) {
   return written != rest.size && BeginsItem(rest.bytes, written, position);
 }
 
-bool AviChain::BeginsTag(uint64_t position) {
-  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  return BeginsItem(rest.bytes, rest.size, position);
-}
-
 const uint8_t* AviChain::FindTag(const uint8_t* bytes, uint32_t count) const {
   const uint8_t* const end = bytes + count;
   for (const uint8_t* at = bytes; end - at >= static_cast<std::ptrdiff_t>(kCodeSize); ++at) {

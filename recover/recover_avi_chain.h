@@ -26,7 +26,7 @@ class AviChain final : public Chain {
   Place At(uint64_t position) override;
   Reading Read(const Record& record, uint64_t position) override;
   bool BeginsItem(uint64_t position) override;
-  bool BeginsTag(uint64_t position) override;
+  bool BeginsTag(uint64_t position) override { return BeginsItem(position); }
   bool BeginsTableAt(uint64_t) override { return false; }
   bool Compressed(const Record& record) const override;
   // The index names the codes of the chunks.

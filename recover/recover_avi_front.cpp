@@ -98,7 +98,6 @@ class FrontReader {
   uint8_t stream_header_[kStreamHeaderSize] = {};
   uint32_t form_size_ = 0;  // of the last "strf"
   uint64_t form_end_ = 0;
-  int32_t failure_ = 0;
 };
 
 // Behind a form or the caller's own bytes this library writes no pad byte; no code begins with a zero.
@@ -214,7 +213,7 @@ Step FrontReader::ReadFormat() {
 bool FrontReader::Keep(HostMemory<uint8_t>& memory, uint32_t room) {
   memory = AllocateBytes(kModule, size_ + room, __func__);
   if (!memory) {
-    failure_ = Result(ZMV_E_MEMORY);
+    out_.error = Result(ZMV_E_MEMORY);
     return false;
   }
   std::memcpy(memory.Get(), Data(), size_);
@@ -322,7 +321,7 @@ bool FrontReader::Read() {
   Step step = begins ? Step::kOn : Step::kBroken;
   position_ = kListHeaderSize;
   while (step == Step::kOn) step = ReadChunk();
-  if (failure_ != 0 || window_.Error() != 0 || step == Step::kForeign) return false;
+  if (out_.error != 0 || window_.Error() != 0 || step == Step::kForeign) return false;
   if (step == Step::kMovi && front_.own && out_.stream_count == stated_streams_) {
     front_.sound = true;
     return true;

@@ -33,13 +33,15 @@ struct AviFront {
   uint64_t main_header = 0;  // position of the data of "avih"
   HostMemory<uint8_t> name;
   HostMemory<uint8_t> extra;
+  int32_t error = 0;  // ZMV_E_MEMORY when there was none for these two
 };
 
 // Whether the file begins as an AVI file does, or its beginning is damaged and chunks with frames follow. 0 or a
 // negative code.
 int32_t RecogniseAvi(File& file, bool& recognised);
 
-// Reads the front of a file. False for files that are not of this library's making, and when the window has an error.
+// Reads the front of a file. False for files that are not of this library's making, and when the window or the front
+// has an error.
 bool ReadAviFront(Window& window, AviFront& front);
 
 // Adds streams that no header describes: `media` of their numbers, 0 where there is none. Their descriptions are taken

@@ -70,7 +70,11 @@ class AviSurvey final : public ChainScan {
 int32_t AviScan::Open(const ZMVFileInfo* given) {
   Begin(ZMV_FORMAT_AVI);
   report_.bUniformTimes = 1;
-  if (!ReadAviFront(window_, avi_)) return Refuse();
+  if (!ReadAviFront(window_, avi_)) {
+    if (!Failed(avi_.error)) return Refuse();
+    Fail(avi_.error);
+    return avi_.error;
+  }
   if (!avi_.front.sound && !avi_.front.cut) {
     AviSurvey survey(window_.file(), avi_, progress_);
     if (const int32_t result = survey.Run(); Failed(result)) {

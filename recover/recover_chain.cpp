@@ -51,6 +51,12 @@ bool Chain::RestIsZero(uint64_t position) {
   return AllZero(view.bytes, view.size);
 }
 
+bool Chain::RestIsErased(uint64_t position) {
+  constexpr uint8_t kErased = 0xFF;
+  const View view = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  return view.size != 0 && view.bytes[0] == kErased && std::memcmp(view.bytes, view.bytes + 1, view.size - 1) == 0;
+}
+
 bool Chain::IsZero(uint64_t position) {
   const View view = Look(position, 1);
   return AllZero(view.bytes, view.size);

@@ -25,7 +25,7 @@ enum class Item : uint8_t {
 struct Place {
   Item item = Item::kBroken;
   Record record = {};
-  bool whole_header = false;  // of a record: all of it stands there
+  bool whole_header = false;  // of a record or a box: all of it stands there
   uint32_t table = 0;         // bytes behind the table's header
 
   bool Chained() const { return item != Item::kBroken; }
@@ -71,6 +71,8 @@ class Chain {
 
   // True when the rest of the sector at `position` is zero.
   bool RestIsZero(uint64_t position);
+  // True when it is as flash memory that was erased and not written.
+  bool RestIsErased(uint64_t position);
   bool IsZero(uint64_t position);
 
   uint64_t file_end() const { return file_end_; }

@@ -149,10 +149,9 @@ bool ChainScan::SizeInDoubt(const Reading& reading) {
 // The chain breaks behind the payload: the record may be damaged, or the end of the payload, or only what follows.
 bool ChainScan::TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame) {
   const uint64_t position = position_;
-  // A damaged size hardly leads to a place from which on exactly a sector can be lost, or to where the media data ends.
-  const bool leads_to_loss = reading.end % kSectorSize == 0 || reading.next % kSectorSize == 0 ||
-                             reading.next == media_end_ || chain().BeginsTag(reading.next);
-  if (SizeInDoubt(reading) && !EndsUnwritten(record, reading) && !leads_to_loss) {
+  // A size whose last byte is that of an erased sector leads to the end of one by itself.
+  const bool erased = SizeInDoubt(reading) && chain().RestIsErased(SectorEnd(position));
+  if (erased || (SizeInDoubt(reading) && !EndsUnwritten(record, reading) && !LeadsToLoss(reading))) {
     Lose(position, position + chain().HeaderSize());
     return false;
   }
@@ -187,8 +186,10 @@ bool ChainScan::DamageReachesBack(const Record& record, const Reading& reading) 
   if (reading.end % kSectorSize == 0 || reading.next % kSectorSize == 0) return false;
   if (chain().BeginsItem(reading.next)) return false;
   if (!chain().RestIsZero(reading.next)) return true;
-  // The first bytes of the box behind the media data of a closed recording.
-  if (reading.next == media_end_ && SectorEnd(reading.next) - reading.next < kSizeField) return false;
+  // They can be the first bytes of a box behind the media data, unless all of the sector is lost.
+  if (MayBeginBox(reading) && (reading.next == media_end_ || !chain().RestIsZero(SectorStart(reading.next)))) {
+    return false;
+  }
   return !EndsUnwritten(record, reading);
 }
 
@@ -199,12 +200,14 @@ bool ChainScan::EndsUnwritten(const Record& record, const Reading& reading) {
 
 PayloadView ChainScan::View(const Reading& reading, const uint8_t* bytes) {
   const bool last = reading.behind.item == Item::kEnd;
+  // The zeros in front of a box's size are its own.
+  const bool box = reading.behind.item == Item::kBox && reading.behind.whole_header;
   const uint64_t from = SectorStart(reading.payload);
   return {.bytes = bytes - (reading.payload - from),
           .from = from,
           .begin = reading.payload,
           .end = reading.end,
-          .to = last ? reading.end : SectorEndOf(reading),
+          .to = last || box ? reading.end : SectorEndOf(reading),
           .last = last};
 }
 
@@ -281,7 +284,7 @@ bool ChainScan::Deliver(const Record& record, const Reading& reading, FoundFrame
 
 void ChainScan::TakeTable(uint32_t length) {
   const uint64_t end = position_ + kTableHeaderSize + length;
-  if (chain().At(end).Chained()) {
+  if (end == media_end_ || chain().At(end).Chained()) {
     position_ = items_end_ = end;
   } else {
     Lose(position_, position_ + kTableHeaderSize);
@@ -355,14 +358,27 @@ bool ChainScan::Search(uint64_t from, uint64_t to, uint64_t& found) {
   return false;
 }
 
-// True for a record that is borne out: by what stands behind its payload, or by how that begins.
+// True for a record that is borne out: by what stands behind its payload, or by how that begins, or because the payload
+// ends where the next sector, which is lost, takes on.
 bool ChainScan::IsFrame(uint64_t position) {
   const Place place = chain().At(position);
   if (place.item != Item::kRecord || place.record.stray) return false;
   const Reading reading = chain().Read(place.record, position);
   if (!reading.possible) return false;
-  const bool starts = reading.prefix == Prefix::kStart && !Straddles(position, chain().HeaderSize());
-  return reading.behind.Chained() || reading.prefix == Prefix::kRight || starts;
+  if (reading.behind.Chained() || reading.prefix == Prefix::kRight) return true;
+  if (Straddles(position, chain().HeaderSize()) || reading.prefix == Prefix::kWrong) return false;
+  return reading.prefix == Prefix::kStart || LeadsToLoss(reading);
+}
+
+// A damaged size hardly leads to a place from which on exactly a sector can be lost, or to the end of the media data.
+bool ChainScan::LeadsToLoss(const Reading& reading) {
+  return reading.end % kSectorSize == 0 || reading.next % kSectorSize == 0 || reading.next == media_end_ ||
+         chain().BeginsTag(reading.next) || MayBeginBox(reading);
+}
+
+// True when the last bytes of a sector, behind the payload, can be the first ones of a box's size.
+bool ChainScan::MayBeginBox(const Reading& reading) {
+  return SectorEnd(reading.next) - reading.next < kSizeField && chain().RestIsZero(reading.next);
 }
 
 void ChainScan::AddHole(uint64_t from, uint64_t to) {

@@ -64,6 +64,8 @@ class ChainScan : public Scan {
   bool TakeRecord(const Record& record, FoundFrame& frame);
   bool TakeUnchained(const Record& record, const Reading& reading, FoundFrame& frame);
   bool SizeInDoubt(const Reading& reading);
+  bool LeadsToLoss(const Reading& reading);
+  bool MayBeginBox(const Reading& reading);
   bool LeadsOverOthers(const Reading& reading);
   bool CarriesOn(uint64_t from, uint64_t end, bool in_doubt);
   bool Deliver(const Record& record, const Reading& reading, FoundFrame& frame);

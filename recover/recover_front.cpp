@@ -24,6 +24,10 @@ constexpr uint32_t kMaxRandomSize = 1024 + kRandomStep;
 constexpr uint32_t kMaxBuildText = 19;
 // The software for which the random box says "rcvf".
 constexpr char kRecoveryBrand[] = "Recovery";
+// The writer makes tables for the rates that a description states: one that no camera has says nothing.
+constexpr uint32_t kMaxFrameRate = 10'000'000;  // thousandths
+constexpr uint32_t kMaxSampleRate = 10'000'000;
+constexpr uint32_t kMaxSampleBits = 64;
 constexpr char kBuildMark[] = {' ', 'K', 'P', 'Z'};
 
 // Where the fields of a description stand.
@@ -43,6 +47,8 @@ struct FrontBox {
   Kind kind;
   uint32_t size;
 };
+
+uint32_t FrameRate(uint32_t stated) { return stated <= kMaxFrameRate ? stated : 0; }
 
 bool IsVideoCode(uint32_t code) { return BeginsWithLength(code) || code == FourCC("MP4V") || code == FourCC("mp4v"); }
 
@@ -167,7 +173,7 @@ class FrontReader {
     if (video.dwFourCC == FourCC("hvc1")) video.dwFourCC = FourCC("H265");
     video.dwWidth = LoadBE32(box + kFirst);
     video.dwHeight = LoadBE32(box + kSecond);
-    video.dwFrameRate = LoadBE32(box + kThird);
+    video.dwFrameRate = FrameRate(LoadBE32(box + kThird));
     video.dwBitRate = LoadBE32(box + kBitRate);
     video.dwTimeScale = LoadBE32(box + kScale);
     video.dwExtraDataSize = LoadBE32(box + kConfigSize);
@@ -186,7 +192,8 @@ class FrontReader {
     audio.dwExtraDataSize = LoadBE32(box + kConfigSize);
     std::memcpy(audio.abExtraData, box + kStreamBoxSize, audio.dwExtraDataSize);
     // Not stored; it tells the writer how many packets a second to expect.
-    audio.dwSamplesPerFrame = ZMVUtil_GetAudioSampleSize(audio.dwFormat);
+    const bool sound_rate = audio.dwSampleRate <= kMaxSampleRate && audio.dwBitsPerSample <= kMaxSampleBits;
+    audio.dwSamplesPerFrame = sound_rate ? ZMVUtil_GetAudioSampleSize(audio.dwFormat) : 0;
   }
 
   void TakeText(const uint8_t* box) {
@@ -196,7 +203,7 @@ class FrontReader {
     front_.late_text += gap_ ? 1 : 0;
     ZMVTextInfo& text = info.m_Text[info.dwTextCount++];
     text.dwFourCC = LoadLE32(box + kCode);
-    text.dwRate = LoadBE32(box + kFirst);
+    text.dwRate = FrameRate(LoadBE32(box + kFirst));
     text.dwBitRate = LoadBE32(box + kSecond);
     text.dwTimeScale = LoadBE32(box + kThird);
   }

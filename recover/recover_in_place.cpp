@@ -134,9 +134,10 @@ int32_t Replay::ShowFrame(const FoundFrame& found) {
   return MP4WriterWriteFrame(writer_, &frame);
 }
 
+// What follows the last frame is being written over by now: nothing that a scan finds there is a frame.
 int32_t Replay::ShowFrames() {
   FoundFrame found;
-  while (job_.frames.Next(found)) {
+  while (job_.frames.Next(found) && found.position < job_.data_end) {
     if (const int32_t result = ShowFrame(found); Failed(result)) return result;
     if (!job_.progress.Reached(found.position)) return Result(ZMV_E_CANCELLED);
   }

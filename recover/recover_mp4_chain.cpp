@@ -6,12 +6,15 @@
 
 #include "base/byte_order.h"
 #include "base/fourcc.h"
+#include "base/zmv_result.h"
+#include "recover/recover_module.h"
 
 namespace zmv::recover {
 namespace {
 
 constexpr uint32_t kLengthSize = 4;
-constexpr uint32_t kTypeOffset = 4;  // of a box
+constexpr uint32_t kSizeField = 4;  // of a box
+constexpr uint32_t kTypeOffset = kSizeField;
 // Between a record and its payload its track's chunk offsets can be spilled, and the chunk table of another.
 constexpr uint32_t kMaxTablesBetween = 4;
 
@@ -57,7 +60,7 @@ int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progres
   const ZMVFileInfo& info = front.info;
   if (front.sound) limits_ = {info.dwVideoCount, info.dwAudioCount, info.dwTextCount};
   const uint64_t stated = front.mdat + front.mdat_size;
-  closed_end_ = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size() ? stated : 0;
+  const bool states_end = front.mdat_size > mp4::kBoxHeaderSize && stated <= window().file().Size();
   strays_ = front.sound && info.dwVideoCount + info.dwAudioCount + info.dwTextCount != 0;
   for (uint32_t i = 0; i < ZMV_MAX_VIDEO; ++i) {
     // The numbers of descriptions behind a damaged stretch are not certain.
@@ -65,7 +68,11 @@ int32_t Mp4Chain::Open(const Front& front, uint64_t known_end, Progress* progres
     length_[i] = length_known_[i] && BeginsWithLength(info.m_Video[i].dwFourCC);
   }
   compressed_audio_ = front.described_audio && IsCompressedAudio(info.m_Audio.dwFormat);
-  return FindEnds(known_end, progress);
+  if (const int32_t result = FindEnds(known_end, progress); Failed(result)) return result;
+  // Unless a box stands where it leads, the size may be damaged, or written in one of two sectors only.
+  const bool certain = front.sound && SectorStart(front.mdat) == SectorStart(front.mdat + kSizeField - 1);
+  if (states_end && (certain || At(stated).item == Item::kBox)) closed_end_ = stated;
+  return Error();
 }
 
 // A record with a stream that is not described is one all the same: its frame is in the last track.
@@ -98,6 +105,7 @@ Place Mp4Chain::At(uint64_t position) {
     // The boxes follow where the header of the media data says.
   } else if (IsClosing(view, position)) {
     place.item = Item::kBox;
+    place.whole_header = IsClosingBox(view.bytes, view.size);
   } else {
     // A header that is cut off, by the end of the file or by zeros that were never written over.
     const auto written = static_cast<uint32_t>(std::min<uint64_t>(view.size, written_end() - position));
@@ -141,9 +149,17 @@ bool Mp4Chain::MayBeTable(uint64_t position) {
   return item == Item::kTable || item == Item::kTableBeyond;
 }
 
+// What looks like a table is believed to be a payload when something certain follows it: not when the file ends there,
+// or with a few bytes that can begin anything.
+bool Mp4Chain::IsPayload(const Reading& reading) {
+  if (!reading.possible || reading.prefix == Prefix::kWrong) return false;
+  if (reading.prefix == Prefix::kRight || !MayBeTable(reading.payload)) return true;
+  return reading.behind.item == Item::kTable || reading.behind.whole_header;
+}
+
 Reading Mp4Chain::Read(const Record& record, uint64_t position) {
   uint64_t payload = position + kRecordSize;
-  Reading reading = At(record, payload);
+  const Reading reading = At(record, payload);
   if (!MayBeTable(payload) || reading.prefix == Prefix::kRight) return reading;
   // Either tables lie between, or the payload begins as they do: what stands behind it tells.
   Reading best = {};
@@ -153,33 +169,33 @@ Reading Mp4Chain::Read(const Record& record, uint64_t position) {
     payload += kTableHeaderSize + uint64_t{place.table};
     const Reading behind = At(record, payload);
     // As long as nothing certain follows, all that looks like tables is taken for them.
-    if (behind.possible && behind.prefix != Prefix::kWrong && (behind.behind.Chained() || !best.behind.Chained())) {
-      best = behind;
-    }
+    if (IsPayload(behind) && (behind.behind.Chained() || !best.behind.Chained())) best = behind;
   }
   if (best.possible && best.behind.Chained()) return best;
-  // A payload that looks like a table is believed when something certain follows it, not when the file ends there.
-  const Item item = reading.behind.item;
-  const bool certain = item == Item::kRecord || item == Item::kTable || item == Item::kBox;
-  if (reading.possible && reading.prefix != Prefix::kWrong && certain) return reading;
-  return best;
+  return IsPayload(reading) ? reading : best;
+}
+
+// True when `begins` holds for the rest of the sector at `position`, or for what was put down of it: zeros take the
+// place of the rest of a header within which that ends.
+template <typename Begins>
+bool Mp4Chain::RestOfSector(uint64_t position, Begins begins) {
+  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
+  if (begins(rest.bytes, rest.size)) return true;
+  uint32_t written = rest.size;
+  while (written != 0 && rest.bytes[written - 1] == 0) --written;
+  return written != rest.size && begins(rest.bytes, written);
 }
 
 bool Mp4Chain::BeginsItem(uint64_t position) {
-  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  const auto begins = [&](uint32_t count) {
-    return BeginsRecord(rest.bytes, count) || BeginsTable(rest.bytes, count) || BeginsClosingBox(rest.bytes, count);
-  };
-  if (begins(rest.size)) return true;
-  // What was put down of the sector may end within the header: zeros take the place of the rest.
-  uint32_t written = rest.size;
-  while (written != 0 && rest.bytes[written - 1] == 0) --written;
-  return written != rest.size && begins(written);
+  return RestOfSector(position, [this](const uint8_t* bytes, uint32_t count) {
+    return BeginsRecord(bytes, count) || BeginsTable(bytes, count) || BeginsClosingBox(bytes, count);
+  });
 }
 
 bool Mp4Chain::BeginsTag(uint64_t position) {
-  const View rest = Look(position, static_cast<uint32_t>(SectorEnd(position) - position));
-  return BeginsRecord(rest.bytes, rest.size) || BeginsTable(rest.bytes, rest.size);
+  return RestOfSector(position, [this](const uint8_t* bytes, uint32_t count) {
+    return BeginsRecord(bytes, count) || BeginsTable(bytes, count);
+  });
 }
 
 bool Mp4Chain::BeginsTableAt(uint64_t position) {

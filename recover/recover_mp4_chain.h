@@ -35,9 +35,12 @@ class Mp4Chain final : public Chain {
  private:
   bool Parse(const uint8_t* bytes, Record& record) const;
   bool BeginsRecord(const uint8_t* bytes, uint32_t count) const;
+  template <typename Begins>
+  bool RestOfSector(uint64_t position, Begins begins);
   Prefix CheckPrefix(const Record& record, uint64_t payload);
   Reading At(const Record& record, uint64_t payload);
   bool MayBeTable(uint64_t position);
+  bool IsPayload(const Reading& reading);
   bool IsClosing(const View& view, uint64_t position);
 
   StreamLimits limits_;

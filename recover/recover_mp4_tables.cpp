@@ -246,7 +246,8 @@ void Mp4Tables::CheckChunk(Track& track, const FoundFrame& frame) {
       track.next_samples = Next(track.stsc);
       Next(track.stsc);
     }
-    Expect(Next(track.stco) == frame.payload && track.chunk_samples != 0);
+    // Of a frame without a payload its record does not tell on which side of a spilled table that stands.
+    Expect((Next(track.stco) == frame.payload || frame.size == 0) && track.chunk_samples != 0);
     track.chunk_left = track.frame_per_chunk ? 1 : track.chunk_samples;
   }
   if (track.chunk_left != 0) --track.chunk_left;

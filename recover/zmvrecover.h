@@ -6,8 +6,9 @@
  * chunk; AVI stores no times, so theirs are uniform.
  *
  * Order: Probe tells what a file is; ToFile writes a new recording and never touches the old one; InPlace completes the
- * old one where it stands. Memory does not grow with the length of a recording. A call works in the caller's thread;
- * calls on different files may run in different threads. Results are 0 or a negative ZMV_E_* code.
+ * old one where it stands. Memory does not grow with the length of a recording, but for the index of a new AVI: 16 bytes
+ * a frame. A call works in the caller's thread; calls on different files may run in different threads. Results are 0 or
+ * a negative ZMV_E_* code.
  */
 #ifndef ZMVRECOVER_H
 #define ZMVRECOVER_H
@@ -112,8 +113,9 @@ ZMV_API int32_t ZMVRecoverToFile(const ZMVRecoverParam* param, ZMVRecoverReport*
 /*
  * Completes the recording where it stands: appends what is missing behind the last complete frame, puts that on the
  * storage medium, and patches the sizes last. A call that ends early, by a failure or another power cut, leaves a file
- * from which the same frames come back. A file that is whole, or was closed and is damaged, is left alone (0). 0; the
- * codes of Probe; ZMV_E_UNSUPPORTED_FORMAT for a foreign file; ZMV_E_NOT_SUPPORTED when bCanInPlace is 0; ZMV_E_WRITE.
+ * from which the same frames come back. A file that is whole, or was closed and is damaged, is left alone (0). `report`
+ * may be null. 0; the codes of Probe; ZMV_E_UNSUPPORTED_FORMAT for a foreign file; ZMV_E_NOT_SUPPORTED when bCanInPlace
+ * is 0; ZMV_E_WRITE.
  */
 ZMV_API int32_t ZMVRecoverInPlace(const ZMVRecoverParam* param, ZMVRecoverReport* report);
 

@@ -164,6 +164,11 @@ TEST_F(AviSecondCut, FullDiskInPlace_GivesTheSpaceBack) {
 
 // Memory that runs out and calls that are stopped end with their codes.
 TEST_F(AviSecondCut, FailingHosts_AreTheirCodes) {
+  char name[] = "front camera";
+  uint8_t extra[] = {1, 2, 3, 4};
+  info_.pStreamName = name;
+  info_.pExtraHeader = extra;
+  info_.dwExtraHeaderSize = sizeof extra;
   const AviRecording recording = RecordAvi(info_, AviFrames());
   for (uint64_t nth = 1;; ++nth) {
     ASSERT_LT(nth, 100u);

@@ -172,6 +172,28 @@ TEST_F(DamagedRecording, Closed_IsLeftAloneInPlace) {
   EXPECT_TRUE(file.log().empty());
 }
 
+// Tables are written over the beginning of a last frame that is not complete, while the frames are looked for once
+// more. What its end looks like does not matter.
+TEST_F(DamagedRecording, PieceOfARecordingInTheIncompleteFrame_IsNotCompletedInPlace) {
+  constexpr uint32_t kRounds = 4000;  // tables that are larger than a write buffer
+  const auto begin = recording_.open.begin() + static_cast<ptrdiff_t>(recording_.frames[3].position);
+  const auto end = recording_.open.begin() + static_cast<ptrdiff_t>(recording_.frames[12].end);
+  ByteVector payload(400000, 0x21);
+  payload.insert(payload.end(), begin, end);
+  payload.resize(payload.size() + 5000, 0x22);
+  std::vector<TestFrame> frames = FramesFor(info_, kRounds);
+  frames.push_back({ZMV_MEDIA_TEXT, 0, frames.back().time + 40, 40, true, payload});
+  const Recording long_one = Record(info_, frames, 1, 10000000);
+  ByteVector damaged = First(long_one.open, long_one.open.size() - 2000);
+  Fill(damaged, long_one.frames[2000].position, long_one.frames[2000].end, 0xEE);
+  const ByteVector completed = InPlace(damaged);
+  ASSERT_EQ(result_, 0);
+  ASSERT_EQ(report_.dwHoles, 1u);
+  size_t samples = 0;
+  for (const auto& track : TableSamples(completed)) samples += track.size();
+  EXPECT_EQ(samples, report_.dwFrames);
+}
+
 // ---- Lost writes
 
 // What the host wrote, in its order, on a medium that has put down everything up to some moment and of the rest what it

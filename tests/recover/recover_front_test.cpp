@@ -1,6 +1,7 @@
 #include "recover/recover_front.h"
 
 #include "recover/recover_probe.h"
+#include "recover/recover_recording.h"
 #include "tests/recover/recover_test.h"
 
 namespace zmv::test {
@@ -88,6 +89,32 @@ TEST_F(FrontTest, Descriptions_AreThoseOfTheWriter) {
   EXPECT_EQ(front.info.m_Text[0].dwTimeScale, 1000u);
   EXPECT_TRUE(front.described_video[0] && front.described_video[1] && front.described_video[2]);
   EXPECT_TRUE(front.described_audio && front.described_text[0]);
+}
+
+// A new recording takes no memory for rates that nothing has.
+TEST_F(FrontTest, EnormousRates_AreNotBelieved) {
+  const ByteVector file = Recorded(SmallInfo());
+  const auto recover_with = [&](std::initializer_list<std::pair<uint32_t, uint32_t>> changes) {
+    ByteVector bytes = file;
+    for (const auto& [from, to] : changes) {
+      const ByteVector old = Be32(from);
+      auto at = std::search(bytes.begin(), bytes.begin() + 300, old.begin(), old.end());
+      for (; at != bytes.begin() + 300; at = std::search(at, bytes.begin() + 300, old.begin(), old.end())) {
+        StoreBE32(&*at, to);
+      }
+    }
+    StoredFile source(bytes);
+    ZMVRecoverParam param = {};
+    param.pszTarget = "new.mp4";
+    ZMVRecoverReport report = {};
+    EXPECT_EQ(recover::RecoverToFile(source, param, report), 0);
+    EXPECT_EQ(report.dwFrames, 12u);
+    return host.PeakBytes();
+  };
+  const uint64_t sound = recover_with({});
+  EXPECT_LE(recover_with({{1000, UINT32_MAX}}), sound) << "of video and of text";
+  EXPECT_LE(recover_with({{48000, UINT32_MAX}}), sound) << "of sound";
+  EXPECT_LE(recover_with({{48000, 9'000'000}, {16, UINT32_MAX}}), sound) << "of sound, by its bits";
 }
 
 TEST_F(FrontTest, RecoveryBrand_IsSeen) {

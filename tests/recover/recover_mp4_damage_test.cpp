@@ -118,6 +118,29 @@ TEST_F(Mp4Damage, SectorWithAWrongSizeInFrontOfUnwrittenSpace_LosesOnlyTheFrames
   EXPECT_EQ(sizes, 4u);
 }
 
+// The rest of a sector never reached the medium, later ones did: what was put down ends within a record. The frame in
+// front of it, whose own record lies in two sectors, is complete.
+TEST_F(Mp4Damage, RestOfASectorThatWasNotWritten_LosesNoFrameInFrontOfIt) {
+  uint32_t tried = 0;
+  for (uint32_t first = 100; first < 100 + kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 8; ++i) log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300), 21 * i, 21);
+    const ByteVector file = log.Finish();
+    const StoredFrame& frame = log.frames()[3];
+    if (frame.payload / kSector == frame.position / kSector || frame.payload % kSector == 0) continue;
+    const size_t next = frame.End();
+    const size_t to = next / kSector * kSector + kSector;
+    for (size_t from = next + 1; from < next + 28; ++from, ++tried) {
+      ByteVector bytes = file;
+      std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(to), 0);
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), log.frames(), from, to, Allow::kNothing);
+      if (HasFatalFailure()) return;
+    }
+  }
+  EXPECT_EQ(tried, 27u * 27u);
+}
+
 // The header of the box behind the last frame lies in two sectors, as that frame's record does: where the media data
 // ends bears the record out.
 TEST_F(Mp4Damage, SectorBehindTheMediaData_LosesNoFrame) {
@@ -146,6 +169,102 @@ TEST_F(Mp4Damage, SectorBehindTheMediaData_LosesNoFrame) {
       if (HasFatalFailure()) return;
     }
   }
+}
+
+// The frames between two lost sectors are borne out by nothing but themselves.
+TEST_F(Mp4Damage, TwoSectors_LoseOnlyTheFramesTheyTouch) {
+  for (uint32_t seed = 1; seed <= 40; ++seed) {
+    const Mixed mixed(seed);
+    const size_t start = mixed.DataStart() / kSector * kSector + kSector;
+    for (size_t from = start; from + 4 * kSector < mixed.frames.back().position; from += kSector) {
+      const size_t second = from + (2 + seed % 2) * kSector;
+      Noise noise(seed);
+      const auto byte = [&]() { return seed % 3 == 0 ? uint8_t{0} : noise.Byte(); };
+      const Found found = ScanBytes(WithSector(WithSector(mixed.file, from, byte), second, byte));
+      for (const StoredFrame& frame : mixed.frames) {
+        if (Touches(frame, from, from + kSector) || Touches(frame, second, second + kSector)) continue;
+        ASSERT_THAT(found.frames, Contains(frame)) << "sectors at " << from << " and " << second;
+      }
+    }
+  }
+}
+
+// Of a size only the last byte lies in a sector that reads as ones, which leads to the end of that sector.
+TEST_F(Mp4Damage, ErasedSectorBehindARecord_MakesNoSize) {
+  uint32_t straddling = 0;
+  for (uint32_t first = 1; first <= kSector; ++first) {
+    FrameLog log(SmallInfo());
+    Noise noise(first);
+    for (uint32_t i = 0; i < 4; ++i) {
+      log.Write(ZMV_MEDIA_AUDIO, noise.Compressed(i == 0 ? first : 300 + i), 20 * i, 20);
+    }
+    const ByteVector file = log.Finish();
+    const size_t sector = log.frames()[1].position + 27;
+    if (sector % kSector != 0) continue;
+    ++straddling;
+    ExpectLosesOnlyTouched(ScanBytes(WithSector(file, sector, []() { return uint8_t{0xFF}; })), log.frames(), sector,
+                           sector + kSector, Allow::kAnyMedium);
+  }
+  EXPECT_EQ(straddling, 1u);
+}
+
+// Behind the last frame as well as behind a table that closing has spilled.
+TEST_F(Mp4Damage, LostIndexOfAClosedRecording_IsNoHoleInItsMedia) {
+  uint32_t spilled = 0;
+  for (uint32_t rounds = 5; rounds < 30; ++rounds) {
+    const SmallRecording recording(1, rounds);
+    if (recording.frames.back().End() < recording.MdatEnd()) ++spilled;
+    ByteVector bytes = recording.file;
+    std::fill(bytes.begin() + static_cast<ptrdiff_t>(recording.MdatEnd()), bytes.end(), 0xEE);
+    const Found found = ScanBytes(std::move(bytes));
+    ASSERT_EQ(found.report.dwHoles, 0u) << rounds;
+    // Of the last frame the end may lie in the lost sector.
+    ASSERT_GE(found.frames.size() + 1, recording.frames.size()) << rounds;
+  }
+  EXPECT_GT(spilled, 0u);
+}
+
+// The header of the media data begins in the lost sector and ends in the next one.
+TEST_F(Mp4Damage, LostSizeOfTheMediaData_LosesNoFrames) {
+  uint32_t straddling = 0;
+  for (uint32_t more = 0; more < kSector; ++more) {
+    ZMVFileInfo info = SmallInfo();
+    info.m_Video[0].dwExtraDataSize = more;
+    const Mixed mixed(1, 6, info);
+    const size_t media = mixed.DataStart() - 8;
+    if (media % kSector != kSector - 4) continue;
+    ++straddling;
+    const size_t from = media / kSector * kSector;
+    ByteVector bytes = WithSector(mixed.file, from, []() { return uint8_t{0xEE}; });
+    StoreBE32(&bytes[media], 600);
+    const size_t lost = (mixed.frames[9].position / kSector + 1) * kSector;
+    bytes = WithSector(bytes, lost, []() { return uint8_t{0xEE}; });
+    ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, lost, lost + kSector, Allow::kAnyMedium);
+  }
+  EXPECT_GT(straddling, 0u);
+}
+
+// The power fails while the size is set that lies in two sectors: one of them is written.
+TEST_F(Mp4Damage, HalfSetSizeOfTheMediaData_LosesNoFrames) {
+  uint32_t halves = 0;
+  for (uint32_t more = 0; more < kSector; ++more) {
+    ZMVFileInfo info = SmallInfo();
+    info.m_Video[0].dwExtraDataSize = more;
+    const Mixed mixed(1, 6, info);
+    const size_t media = mixed.DataStart() - 8;
+    if (media % kSector <= kSector - 4) continue;
+    const uint32_t set = NumberAt(mixed.file, media);
+    const uint32_t second = (1u << 8 * (media % kSector - (kSector - 4))) - 1;
+    const size_t lost = (mixed.frames[9].position / kSector + 1) * kSector;
+    for (uint32_t size : {set & second, (set & ~second) | 8}) {
+      if (size <= 8) continue;
+      ++halves;
+      ByteVector bytes = WithSector(mixed.file, lost, []() { return uint8_t{0xEE}; });
+      StoreBE32(&bytes[media], size);
+      ExpectLosesOnlyTouched(ScanBytes(std::move(bytes)), mixed.frames, lost, lost + kSector, Allow::kAnyMedium);
+    }
+  }
+  EXPECT_GT(halves, 2u);
 }
 
 TEST_F(Mp4Damage, LostRun_IsAHoleWithItsPlaceAndLength) {

@@ -73,6 +73,20 @@ TEST_F(Mp4Payloads, PaddedPictures_ComeBackInFrontOfUnwrittenSpace) {
   }
 }
 
+// The index behind the last payload begins with zeros, too.
+TEST_F(Mp4Payloads, LastPictureThatEndsWithZeros_IsNoLostSector) {
+  for (uint32_t size = 100; size < 100 + kSector; ++size) {
+    FrameLog log(SmallInfo());
+    Noise noise(size);
+    ByteVector picture = noise.Video(size);
+    std::fill(picture.end() - 3, picture.end(), 0);
+    log.Write(ZMV_MEDIA_VIDEO, noise.Video(300), 0, 33333, true);
+    log.Write(ZMV_MEDIA_VIDEO, picture, 33, 33333);
+    ExpectWhole(log, log.Finish());
+    if (HasFatalFailure()) return;
+  }
+}
+
 // A silent frame at a constant bit rate: a header, and zeros.
 ByteVector Silence(Noise& noise, size_t size) {
   ByteVector frame = noise.Compressed(36);

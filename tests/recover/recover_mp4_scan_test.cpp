@@ -67,6 +67,40 @@ TEST_F(Mp4ScanTest, TableCutWhereAPayloadWouldEnd_IsNoFrame) {
   EXPECT_EQ(found.report.llIncomplete, 48u);
 }
 
+// However few bytes stand behind the place where the payload would end without tables in front of it.
+TEST_F(Mp4ScanTest, PayloadCutBehindItsTables_IsNoFrame) {
+  ByteVector payload(66, 0x42);
+  for (size_t i = 0; i < payload.size(); i += 2) payload[i] = 0;
+  const ByteVector sound = Join({front, Audio(0, {7})});
+  for (const ByteVector& tables : {Table(40), Join({Table(40), Table(40)}), Join({Table(120), Table(40)})}) {
+    const ByteVector file = Join({sound, Record(ZMV_MEDIA_AUDIO, 20, 66), tables, payload});
+    for (size_t size = sound.size(); size < file.size(); ++size) {
+      const Found found = ScanBytes(ByteVector(file.begin(), file.begin() + static_cast<ptrdiff_t>(size)));
+      ASSERT_THAT(Sizes(found), ::testing::ElementsAre(1)) << "cut to " << size << " of " << file.size();
+      ASSERT_EQ(found.report.dwState, ZMV_RECOVER_CUT) << "cut to " << size << " of " << file.size();
+    }
+    EXPECT_THAT(Sizes(ScanBytes(file)), ::testing::ElementsAre(1, 66));
+  }
+}
+
+// What a recovery in place leaves when it is cut behind its first write: the first bytes of a size, which are zero.
+TEST_F(Mp4ScanTest, BeginOfABoxAtTheEndOfASector_DoesNotReachBack) {
+  ByteVector words(100, 0x42);
+  words.back() = 0;
+  uint32_t ends = 0;
+  for (uint32_t first = 1; first <= kSector; ++first) {
+    ByteVector file = Join({front, Audio(0, ByteVector(first, 0x42)), Record(ZMV_MEDIA_TEXT, 20, 100), words});
+    const size_t rest = kSector - file.size() % kSector;
+    if (rest > 3) continue;
+    ++ends;
+    EXPECT_THAT(Sizes(ScanBytes(Join({file, Zeros(rest), ByteVector(600, 0xEE)}))), ::testing::ElementsAre(first, 100));
+    // Behind a hole it is found, too.
+    file[front.size()] = 'X';
+    EXPECT_THAT(Sizes(ScanBytes(Join({file, Zeros(rest), ByteVector(600, 0xEE)}))), ::testing::ElementsAre(100));
+  }
+  EXPECT_EQ(ends, 3u);
+}
+
 TEST_F(Mp4ScanTest, EmptyPayloads_AreFrames) {
   EXPECT_THAT(Sizes(ScanBytes(Join({front, Audio(0, {}), Audio(1, {}), Audio(2, {9}), Audio(3, {})}))),
               ::testing::ElementsAre(0, 0, 1, 0));

@@ -50,6 +50,14 @@ TEST_F(Mp4TablesTest, ClosedRecordings_Agree) {
   EXPECT_TRUE(Agree(empty.Finish())) << "no frames, no tracks";
 }
 
+// Of an empty frame the record does not tell whether a table behind it stands in front of the payload.
+TEST_F(Mp4TablesTest, EmptyFrames_Agree) {
+  FrameLog log(SmallInfo());
+  Noise noise(1);
+  for (uint32_t i = 0; i < 60; ++i) log.Write(ZMV_MEDIA_TEXT, i % 3 == 0 ? noise.Text(100) : ByteVector(), 33 * i, 33);
+  EXPECT_TRUE(Agree(log.Finish()));
+}
+
 TEST_F(Mp4TablesTest, StreamsWithoutFrames_AreNoFault) {
   ZMVFileInfo info = SmallInfo();
   info.dwVideoCount = 2;
