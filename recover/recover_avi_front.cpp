@@ -36,8 +36,9 @@ constexpr uint32_t kVideoFormSize = 40;
 constexpr uint32_t kAudioFormSize = 16;
 
 constexpr uint32_t kThousandths = 1000;
-// Forms, names and extra headers beyond this are damage.
+// Forms and names beyond this are damage, and so are bytes of the application that no memory is to be taken for.
 constexpr uint32_t kMaxHeaderChunk = 1u << 20;
+constexpr uint32_t kMaxJunk = 64u << 20;
 
 // The flags that this library gives a file: without video, with it, and with sound too.
 bool AreOwnFlags(uint32_t flags) { return flags == 0 || flags == 0x810 || flags == 0x910; }
@@ -266,7 +267,7 @@ Step FrontReader::ReadChunk() {
   };
   for (const Row& row : kRows) {
     if (row.code != code_) continue;
-    if (size_ > kMaxHeaderChunk) return Step::kBroken;
+    if (size_ > (code_ == FourCC("JUNK") ? kMaxJunk : kMaxHeaderChunk)) return Step::kBroken;
     // Data that is not all there is read by nobody.
     return Data() == nullptr ? Step::kCut : (this->*row.read)();
   }

@@ -62,6 +62,20 @@ TEST_F(AviFrontTest, Sound_GivesEverythingThatWasDescribed) {
   EXPECT_EQ(std::memcmp(front.info.pExtraHeader, extra, sizeof extra), 0);
 }
 
+TEST_F(AviFrontTest, LargeBytesOfTheApplication_AreKept) {
+  ByteVector extra = AviNoise(5, 3u << 20);
+  ZMVFileInfo info = AviInfo();
+  info.pExtraHeader = extra.data();
+  info.dwExtraHeaderSize = static_cast<uint32_t>(extra.size());
+  const AviRecording recording = RecordAvi(info, AviFrames());
+  ASSERT_TRUE(Read(recording.open));
+  EXPECT_TRUE(read_.front.sound);
+  EXPECT_EQ(read_.front.end, recording.FirstChunk());
+  ASSERT_EQ(read_.front.info.dwExtraHeaderSize, extra.size());
+  EXPECT_EQ(std::memcmp(read_.front.info.pExtraHeader, extra.data(), extra.size()), 0);
+  EXPECT_EQ(Difference(InPlace(recording.open), recording.closed), "");
+}
+
 TEST_F(AviFrontTest, OfOthers_IsRefused) {
   const AviRecording recording = RecordAvi(AviInfo(), AviFrames());
   ByteVector bytes = recording.closed;
