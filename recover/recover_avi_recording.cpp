@@ -136,6 +136,7 @@ int32_t RecoverAviInPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
   const int32_t result = CompleteAviInPlace(
       {.file = file, .frames = scan, .count = report.dwFrames, .data_end = report.llDataEnd, .path = param.pszPath});
   if (Failed(result)) return result;
+  report.bChanged = 1;
   progress.Finished();
   return 0;
 }

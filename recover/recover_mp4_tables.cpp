@@ -89,7 +89,7 @@ int32_t Mp4Tables::Open(const Front& front) {
     movie = true;
     return TakeMovie(box);
   });
-  agree_ = sound && movie;
+  agree_ = named_ = sound && movie;
   return error_;
 }
 
@@ -147,9 +147,12 @@ bool Mp4Tables::TakeSampleTables(const Box& stbl, Track& track) {
       case FourCC("stts"):
         return TakeTable(box, mp4::kSttsEntrySize / kNumber, track.stts);
       case FourCC("stsc"):
-        return TakeTable(box, mp4::kStscEntrySize / kNumber, track.stsc);
+        return TakeTable(box, mp4::kStscEntrySize / kNumber, track.stsc) &&
+               (track.stsc.count != 1 || Number(box.body + kEntries + kNumber, track.chunk_frames));
       case FourCC("stco"):
-        return TakeTable(box, mp4::kStcoEntrySize / kNumber, track.stco);
+        if (!TakeTable(box, mp4::kStcoEntrySize / kNumber, track.stco)) return false;
+        track.names.Open(box.body + kEntries, track.stco.count);
+        return true;
       case FourCC("stss"):
         return TakeTable(box, mp4::kStssEntrySize / kNumber, track.stss);
       case FourCC("stsz"):
@@ -202,8 +205,21 @@ bool Mp4Tables::Raw(const Track& track) const {
   return raw_sample_size_ != 0 && audio_count_ != 0 && track.id == video_count_ + 1;
 }
 
+// The frames that were not found have entries, too: they are stepped over.
+void Mp4Tables::CheckName(const FoundFrame& frame) {
+  Track* const track = Find(frame);
+  if (track != nullptr && track->chunk_frames != 1) return;
+  if (track == nullptr) {
+    named_ = false;
+    return;
+  }
+  while (track->name < frame.payload && !track->names.AtEnd()) track->name = track->names.Next(file_, error_);
+  named_ = track->name == frame.payload;
+}
+
 int32_t Mp4Tables::Check(const FoundFrame& frame) {
-  if (!agree_) return 0;
+  if (named_) CheckName(frame);
+  if (!agree_) return error_;
   Track* const track = Find(frame);
   if (track == nullptr) {
     agree_ = false;

@@ -27,6 +27,8 @@ class Mp4Tables {
   // After the last frame, with the end of the media data as the frames show it. 0, or ZMV_E_READ.
   int32_t Finish(uint64_t items_end);
   bool Agree() const { return agree_; }
+  // Every frame that was found has its entry, as far as chunks of one frame tell, whatever else the tables name.
+  bool Name() const { return named_; }
 
  private:
   struct Box {
@@ -60,7 +62,10 @@ class Mp4Tables {
     uint32_t chunk_samples;  // of the current stsc entry
     uint32_t next_chunk;     // where the next stsc entry begins; 0 = there is none
     uint32_t next_samples;
-    bool frame_per_chunk;  // raw audio whose chunks are one frame of many samples
+    TableCursor names;  // the chunk offsets once more, for the frames that are found among others
+    uint64_t name;
+    uint32_t chunk_frames;  // frames of each chunk, when that is the same for all
+    bool frame_per_chunk;   // raw audio whose chunks are one frame of many samples
   };
 
   // Calls `visit` for the boxes that fill [begin, end); false when they do not fill it, or a visit failed.
@@ -78,6 +83,7 @@ class Mp4Tables {
   Track* Find(const FoundFrame& frame);
   bool Raw(const Track& track) const;
   void StartChunks(Track& track, const FoundFrame& frame);
+  void CheckName(const FoundFrame& frame);
   void CheckSize(Track& track, const FoundFrame& frame);
   void CheckChunk(Track& track, const FoundFrame& frame);
   void CheckDuration(Track& track, uint32_t ticks);
@@ -95,6 +101,7 @@ class Mp4Tables {
   uint32_t raw_sample_size_ = 0;  // bytes; 0 = audio is not raw
   int32_t error_ = 0;
   bool agree_ = false;
+  bool named_ = false;
 };
 
 }  // namespace zmv::recover

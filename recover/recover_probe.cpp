@@ -40,6 +40,8 @@ void MarkDescribed(const Front& front, ZMVRecoverReport& report) {
   }
 }
 
+bool IsDamaged(const ZMVRecoverReport& report) { return report.dwHoles != 0 || report.dwDropped != 0; }
+
 int32_t ScanAndCompare(Mp4Scan& scan, Mp4Tables& tables) {
   FoundFrame frame;
   while (scan.Next(frame)) {
@@ -81,6 +83,9 @@ int32_t ProbeMp4(File& file, const ZMVRecoverParam& param, Finding& finding) {
 
   finding.report = scan.Report();
   finding.complete = tables.Agree();
+  finding.named = tables.Name();
+  // The index of a closed recording may have more than can be found behind damage, and less: nothing is left to append.
+  if (finding.closed && IsDamaged(finding.report) && !finding.named) finding.report.bCanInPlace = 0;
   if (finding.report.dwState == ZMV_RECOVER_WHOLE && !finding.complete) finding.report.dwState = ZMV_RECOVER_CUT;
   Front front = scan.front();
   SettleDescriptions(finding.report, param.pDescription, front);

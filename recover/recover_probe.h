@@ -12,6 +12,7 @@ struct Finding {
   ZMVFileInfo info;      // the streams as they will be described
   uint64_t written_end;  // behind the last byte of the file that is not zero
   bool closed;           // its boxes are all there, and its index has the form that closing gives it
+  bool named;            // closed, and its index names every frame that was found
   bool complete;  // closed, and its tables agree with the frames that were found, whatever is missing between them
 };
 

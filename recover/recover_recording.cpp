@@ -133,10 +133,12 @@ int32_t RecoverMp4InPlace(File& file, const ZMVRecoverParam& param, ZMVRecoverRe
   // Nothing is missing behind the frames, whatever may be missing between them. The index of a closed recording has
   // more than can be found behind damage, and damage may be what only looks so.
   const bool damaged = report.dwHoles != 0 || report.dwDropped != 0;
-  if (finding.complete || (finding.closed && damaged)) return 0;
+  if (finding.complete || (finding.closed && damaged && finding.named)) return 0;
   if (report.bCanInPlace == 0) return Result(ZMV_E_NOT_SUPPORTED);
   passes.done = 1;
-  return Complete(file, pass, finding, table_bytes);
+  const int32_t completed = Complete(file, pass, finding, table_bytes);
+  report.bChanged = Failed(completed) ? 0 : 1;
+  return completed;
 }
 
 int32_t RecoverToFile(File& source, const ZMVRecoverParam& param, ZMVRecoverReport& report) {

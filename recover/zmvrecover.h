@@ -72,6 +72,7 @@ typedef struct ZMVRecoverReport {
   uint8_t bUniformTimes; /* 1: AVI, time stamps are computed from the rate */
   uint8_t bUserData;     /* 1: the text stream carries GPS and sensor blocks, whose boxes are rebuilt */
   uint8_t bCanInPlace;   /* 1: ZMVRecoverInPlace can complete it; 0: only ZMVRecoverToFile */
+  uint8_t bChanged;      /* 1: ZMVRecoverInPlace has completed the file; 0: it was left alone */
   uint32_t dwStreamCount;
   ZMVRecoverStream Stream[ZMV_RECOVER_MAX_STREAMS];
   ZMVRecoverHole Hole[ZMV_RECOVER_MAX_HOLES];

@@ -153,8 +153,12 @@ class Recover {
       console.Note(arguments_.input +
                    (arguments_.in_place ? ": is whole, nothing was changed" : ": is whole, and was copied"));
     }
-    console.Note(
-        fmt::format("{}: {} {}", result, whole && arguments_.in_place ? "holds" : "recovered", FramesText(report_)));
+    const bool left = arguments_.in_place && report_.bChanged == 0;
+    if (left && !whole) {
+      console.Note(arguments_.input +
+                   ": was closed and is damaged; its index is kept, nothing was changed (-o makes a new recording)");
+    }
+    console.Note(fmt::format("{}: {} {}", result, left ? "holds" : "recovered", FramesText(report_)));
     for (uint32_t i = 0; i < report_.dwStreamCount; ++i) {
       if (DescribedByOther(report_.Stream[i])) report_.Stream[i].bDescribed = 1;
     }
@@ -164,6 +168,7 @@ class Recover {
     if (IsIncomplete(report_)) session_.exit_code = kExitDamaged;
     if (!session_.json) return;
     Json json = {{"file", arguments_.input}, {"output", result}, {"in_place", arguments_.in_place}};
+    if (arguments_.in_place) json["changed"] = report_.bChanged != 0;
     json.update(RecoveryJson(report_));
     fmt::print("{}\n", JsonText(json));
   }
