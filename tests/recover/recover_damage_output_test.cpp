@@ -172,6 +172,32 @@ TEST_F(DamagedRecording, Closed_IsLeftAloneInPlace) {
   EXPECT_TRUE(file.log().empty());
 }
 
+// Behind damage to both, the index lacks frames that are there: a new recording has more of them than the file.
+TEST_F(DamagedRecording, ClosedWithALostPartOfItsIndex_GoesToANewFile) {
+  ByteVector damaged = recording_.closed;
+  Fill(damaged, recording_.frames[20].position, recording_.frames[22].end, 0xEE);
+  const ByteVector name = Text("stco");
+  const auto stco = std::search(damaged.begin(), damaged.end(), name.begin(), name.end());
+  ASSERT_NE(stco, damaged.end());
+  constexpr ptrdiff_t kFirstEntry = 12;
+  std::fill_n(stco + kFirstEntry, 8, uint8_t{0});
+  LogFile file(damaged);
+  EXPECT_EQ(recover::RecoverInPlace(file, param_, report_), Result(ZMV_E_NOT_SUPPORTED));
+  EXPECT_EQ(report_.bCanInPlace, 0);
+  EXPECT_EQ(report_.bChanged, 0);
+  EXPECT_TRUE(file.log().empty());
+  EXPECT_FALSE(ToFile(damaged).empty());
+}
+
+TEST_F(DamagedRecording, Report_SaysWhetherTheFileWasChanged) {
+  InPlace(recording_.open);
+  EXPECT_EQ(report_.bChanged, 1);
+  InPlace(recording_.closed);
+  EXPECT_EQ(report_.bChanged, 0);
+  ToFile(recording_.open);
+  EXPECT_EQ(report_.bChanged, 0);
+}
+
 // Tables are written over the beginning of a last frame that is not complete, while the frames are looked for once
 // more. What its end looks like does not matter.
 TEST_F(DamagedRecording, PieceOfARecordingInTheIncompleteFrame_IsNotCompletedInPlace) {

@@ -245,6 +245,17 @@ TEST_F(CliRecover, WrongUseAndFilesThatAreNone_HaveTheirExitCodes) {
   EXPECT_EQ(TextOf(folder_ / "garbage"), std::string(5000, 'g'));
 }
 
+TEST_F(CliRecover, ClosedAndDamaged_IsSaidToBeLeftAloneInPlace) {
+  const Bytes damaged = Damaged(ReadBytes(Whole()));
+  WriteBytes(folder_ / "bad.mp4", damaged);
+  const CliResult result = Recover({folder_ / "bad.mp4", "--in-place", "--json"});
+  EXPECT_EQ(result.code, 5);
+  EXPECT_THAT(result.err, HasSubstr("its index is kept, nothing was changed"));
+  EXPECT_THAT(result.err, testing::Not(HasSubstr("recovered")));
+  EXPECT_EQ(json::parse(result.out)["changed"], false);
+  EXPECT_EQ(ReadBytes(folder_ / "bad.mp4"), damaged);
+}
+
 TEST_F(CliRecover, CutBeforeItsFirstFrame_GivesExitCode5AndNoFile) {
   const Bytes file = ReadBytes(Whole());
   WriteBytes(folder_ / "early.mp4", Opened(file, DataOf(file) + 20));
