@@ -138,9 +138,9 @@ int32_t NewRecording::Finish() {
   const bool failed = ZMV_FileSync(file) < 0 || std::ferror(static_cast<std::FILE*>(file)) != 0;
   ZMVWriterClose(writer_);
   writer_ = nullptr;
-  if (Failed(streamed)) return streamed;
-  if (Failed(closed)) return closed;
-  return failed ? Result(ZMV_E_WRITE) : 0;
+  // What did not reach the file cannot be read back from it either.
+  if (failed) return Result(ZMV_E_WRITE);
+  return Failed(streamed) ? streamed : closed;
 }
 
 }  // namespace

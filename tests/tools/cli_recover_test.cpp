@@ -227,6 +227,47 @@ TEST_F(CliRecover, ExistingFiles_AreReplacedOnlyByForceAndOnlyByARecording) {
   EXPECT_FALSE(std::filesystem::exists(out + ".recovering"));
 }
 
+TEST_F(CliRecover, OutputThatIsNoPlainFile_IsRefusedAndStays) {
+  const std::string out = folder_ / "out.mp4";
+  ASSERT_EQ(mkfifo(out.c_str(), 0600), 0);
+  const std::string cut = Cut();
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, std::vector<std::string>{"--force"}}) {
+    std::vector<std::string> arguments = {cut, "-o", out};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const CliResult result = Recover(arguments);
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr(out + ": is not a plain file"));
+    EXPECT_TRUE(std::filesystem::is_fifo(out));
+  }
+  std::filesystem::create_symlink(out, folder_ / "link.mp4");
+  EXPECT_EQ(Recover({cut, "-o", folder_ / "link.mp4", "--force"}).code, 1);
+  EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "link.mp4"));
+}
+
+TEST_F(CliRecover, OutputThatCannotBeMade_IsNamedAndNotTheInput) {
+  const std::string cut = Cut();
+  WriteText(folder_ / "file", "no folder");
+  constexpr size_t kTooLong = 300;
+  for (const std::string& name :
+       {std::string("none/out.mp4"), std::string("file/out.mp4"), std::string(kTooLong, 'n')}) {
+    const CliResult result = Recover({cut, "-o", folder_ / name});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.err, HasSubstr((folder_ / name) + ": cannot be written: "));
+    EXPECT_THAT(result.err, Not(HasSubstr(cut)));
+  }
+}
+
+TEST_F(CliRecover, FileSizeLimit_IsAFailureThatLeavesNoFile) {
+  const std::string cut = Cut();
+  const std::string out = folder_ / "out.mp4";
+  const std::string command =
+      "ulimit -f 1; exec " + Quoted(ZMV_TOOL_PATH) + " recover " + Quoted(cut) + " -o " + Quoted(out);
+  std::string said;
+  EXPECT_EQ(Program(folder_, "sh -c " + Quoted(command), said), 1);
+  EXPECT_THAT(said, HasSubstr(out + ": cannot be written: "));
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
 TEST_F(CliRecover, WrongUseAndFilesThatAreNone_HaveTheirExitCodes) {
   const std::string out = folder_ / "out.mp4";
   WriteText(folder_ / "garbage", std::string(5000, 'g'));
@@ -263,7 +304,25 @@ TEST_F(CliRecover, CutBeforeItsFirstFrame_GivesExitCode5AndNoFile) {
   EXPECT_EQ(result.code, 5);
   EXPECT_THAT(result.err, HasSubstr("holds no complete frame"));
   EXPECT_FALSE(std::filesystem::exists(folder_ / "out.mp4"));
-  EXPECT_EQ(Recover({folder_ / "early.mp4", "--in-place"}).code, 5);
+  const CliResult in_place = Recover({folder_ / "early.mp4", "--in-place"});
+  EXPECT_EQ(in_place.code, 5);
+  EXPECT_THAT(in_place.err, HasSubstr("it was completed as a recording without frames"));
+}
+
+TEST_F(CliRecover, WholeRecordingWithoutFrames_IsWhole) {
+  const std::string empty = folder_ / "empty.mp4";
+  const Bytes file = ReadBytes(Whole());
+  WriteBytes(empty, Opened(file, DataOf(file)));
+  ASSERT_EQ(Recover({empty, "--in-place"}).code, 5);
+  const Bytes completed = ReadBytes(empty);
+  const CliResult again = Recover({empty, "--in-place"});
+  EXPECT_EQ(again.code, 0) << again.err;
+  EXPECT_THAT(again.err, HasSubstr("is whole, nothing was changed"));
+  EXPECT_THAT(again.err, HasSubstr("holds 0 of 0 complete frames"));
+  EXPECT_EQ(ReadBytes(empty), completed);
+  const CliResult copied = Recover({empty, "-o", folder_ / "copy.mp4"});
+  EXPECT_EQ(copied.code, 0) << copied.err;
+  EXPECT_EQ(Zmv(folder_, {"info", folder_ / "copy.mp4"}).code, 0);
 }
 
 TEST_F(CliRecover, LostFront_IsDescribedByAnotherRecording) {

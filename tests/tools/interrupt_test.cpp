@@ -7,8 +7,25 @@ namespace {
 
 int seen = 0;
 
+// What SIGHUP does for the length of a test, whoever started it.
+class Hangup {
+ public:
+  explicit Hangup(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(SIGHUP, &action, &before_);
+  }
+  ~Hangup() { sigaction(SIGHUP, &before_, nullptr); }
+  Hangup(const Hangup&) = delete;
+  Hangup& operator=(const Hangup&) = delete;
+
+ private:
+  struct sigaction before_;
+};
+
 TEST(Interrupt, FirstSignal_IsNotedAndTheProgramGoesOn) {
-  for (const int number : {SIGINT, SIGTERM}) {
+  const Hangup hangup(SIG_DFL);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     const Interrupt interrupt;
     EXPECT_FALSE(Interrupt::Requested());
     raise(number);
@@ -34,6 +51,21 @@ TEST(Interrupt, AtItsEnd_TheHandlersBeforeItAreBack) {
   raise(SIGINT);
   sigaction(SIGINT, &before, nullptr);
   EXPECT_EQ(seen, 1);
+}
+
+TEST(Interrupt, Hangup_BelongsToItsHandlerAgain) {
+  seen = 0;
+  const Hangup hangup([](int) { ++seen; });
+  { const Interrupt interrupt; }
+  raise(SIGHUP);
+  EXPECT_EQ(seen, 1);
+}
+
+TEST(Interrupt, HangupThatIsIgnored_StaysIgnored) {
+  const Hangup hangup(SIG_IGN);
+  const Interrupt interrupt;
+  raise(SIGHUP);
+  EXPECT_FALSE(Interrupt::Requested());
 }
 
 }  // namespace

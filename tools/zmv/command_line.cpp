@@ -8,6 +8,7 @@
 
 #include "platform/zmv_host.h"
 #include "tools/zmv/commands.h"
+#include "tools/zmv/interrupt.h"
 
 namespace zmv::tool {
 namespace {
@@ -49,6 +50,7 @@ CLI::Validator NumberFrom(double least, double most) {
 int RunCommandLine(int argc, char** argv) {
   // Sub-commands put trouble into words themselves; ZMV_TRACE shows the library's own account of it.
   if (std::getenv("ZMV_TRACE") == nullptr) ZMVHost_SetTraceSink(0, nullptr, nullptr);
+  LetLargeWritesFail();
   Session session;
   CLI::App app(
       "Example:\n  zmv import front.h264 mic.aac --gps drive.gpx -o drive.mp4\n\n"

@@ -6,7 +6,12 @@
 
 namespace zmv::tool {
 
-// While it lives, the first SIGINT or SIGTERM is only noted; a second one ends the program as usual. One at a time.
+// A write beyond the size that files may have fails with its code from now on, and no longer ends the program, which
+// would leave what is half written behind.
+void LetLargeWritesFail();
+
+// While it lives, the first SIGINT, SIGTERM or SIGHUP is only noted; a second one of its kind ends the program as
+// usual. A program that ignores SIGHUP, as under nohup, goes on to. One at a time.
 class Interrupt {
  public:
   Interrupt();
@@ -19,6 +24,7 @@ class Interrupt {
  private:
   struct sigaction interrupt_before_;
   struct sigaction terminate_before_;
+  struct sigaction hangup_before_;
 };
 
 }  // namespace zmv::tool

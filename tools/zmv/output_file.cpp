@@ -1,5 +1,7 @@
 #include "tools/zmv/output_file.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +15,22 @@ void RequireWritable(const std::string& path, bool force) {
   if (std::filesystem::is_directory(path, ignored)) throw ToolError(path + ": is a folder");
   if (!force && std::filesystem::exists(path, ignored)) {
     throw ToolError(path + ": exists already; --force overwrites it");
+  }
+}
+
+void RequirePlainOrNew(const std::string& path) {
+  std::error_code ignored;
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status) &&
+      !std::filesystem::is_directory(status)) {
+    throw ToolError(path + ": is not a plain file, and is not replaced by one");
+  }
+}
+
+void RequireFolderOf(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) {
+    throw ToolError(path + ": cannot be written: " + std::strerror(errno));
   }
 }
 

@@ -13,6 +13,12 @@ namespace zmv::tool {
 // ToolError when `path` exists and `force` is not given, or is a folder.
 void RequireWritable(const std::string& path, bool force);
 
+// ToolError when `path` exists and is a device, a pipe or the like: a new file would take its place.
+void RequirePlainOrNew(const std::string& path);
+
+// ToolError when no new file can be made beside `path`.
+void RequireFolderOf(const std::string& path);
+
 class OutputFile {
  public:
   OutputFile(const std::string& path, bool force);

@@ -62,7 +62,9 @@ class Recover {
       throw ToolError(arguments_.output +
                       ": is input and output at once; --in-place completes a recording where it is");
     }
+    RequirePlainOrNew(arguments_.output);
     RequireWritable(arguments_.output, arguments_.force);
+    RequireFolderOf(arguments_.output);
     target_ = arguments_.output;
     if (!fs::exists(fs::symlink_status(target_, ignored))) return;
     target_ = arguments_.output + ".recovering";
@@ -94,7 +96,7 @@ class Recover {
     }
     session_.console.EndProgress();
     if (result < 0) Fail(result);
-    if (report_.dwFrames == 0) FailWithoutFrames();
+    if (report_.dwFrames == 0 && report_.dwState != ZMV_RECOVER_WHOLE) FailWithoutFrames();
     if (!arguments_.in_place && target_ != arguments_.output) Replace();
   }
 
@@ -109,13 +111,26 @@ class Recover {
       case ZMV_E_NOT_SUPPORTED:
         throw ToolError(input + ": cannot be completed in place; -o makes a new recording of it");
       default:
+        if (IsOfOutput(static_cast<uint32_t>(result))) {
+          throw LibraryError(arguments_.output, "cannot be written", result);
+        }
         throw LibraryError(input, "cannot be recovered", result);
     }
+  }
+
+  // A damaged recording that is copied is not written to, and its size is known once it is open.
+  bool IsOfOutput(uint32_t code) const {
+    if (arguments_.in_place) return false;
+    return code == ZMV_E_WRITE || code == ZMV_E_DISK_FULL || (code == ZMV_E_OPEN && report_.llFileSize > 0);
   }
 
   [[noreturn]] void FailWithoutFrames() const {
     std::error_code ignored;
     if (!arguments_.in_place) fs::remove(target_, ignored);
+    if (arguments_.in_place && report_.dwState == ZMV_RECOVER_CUT) {
+      throw ToolError(arguments_.input + ": holds no complete frame: it was completed as a recording without frames",
+                      kExitDamaged);
+    }
     throw ToolError(arguments_.input + ": holds no complete frame: there is nothing to recover", kExitDamaged);
   }
 
