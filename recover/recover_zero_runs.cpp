@@ -13,6 +13,9 @@ constexpr uint64_t kOwnZeros = 3;
 // Encoders that pad do so up to a multiple of some bytes.
 constexpr uint64_t kPadding = 63;
 
+// Goes to the medium together with the record, ahead of the rest: the length that a picture may begin with.
+constexpr uint64_t kLengthField = 4;
+
 }  // namespace
 
 // The zeros in front of `end`, and those behind it. What stands in front of the payload counts only when all of it is
@@ -38,7 +41,8 @@ bool ZeroRuns::IsLoss(const PayloadView& payload, const Run& run, uint32_t least
   const bool from_first = first - run.begin <= kOwnZeros;
   const bool to_stop = run.end - stop <= kOwnZeros;
   if (first < stop && (from_first || to_stop)) return longest == 0 || run.Length() > std::max(longest, kPadding);
-  if (to_file_end) return false;
+  // The length of a file can be put down ahead of its bytes.
+  if (to_file_end) return run.begin <= payload.begin + kLengthField;
   if (to_stop) return longest == 0;
   longest = std::max(longest, run.Length());
   return false;

@@ -75,6 +75,8 @@ TEST(ZeroRunsTest, EndOfTheFile_EndsASectorToo) {
   EXPECT_TRUE(Payload(100, 1100).Zero(1024, 1100).ShowsLoss(runs, true));
   EXPECT_FALSE(Payload(100, 1100).Zero(1025, 1100).ShowsLoss(runs, true)) << "a part of it was written";
   EXPECT_TRUE(Payload(100, 1025).Zero(1024, 1025).ShowsLoss(runs, true)) << "however little there is of it";
+  EXPECT_TRUE(Payload(100, 400).Zero(104, 400).ShowsLoss(runs, true)) << "nothing but its length was written";
+  EXPECT_FALSE(Payload(100, 400).Zero(105, 400).ShowsLoss(runs, true)) << "more than that";
 }
 
 TEST(ZeroRunsTest, SectorThatIsZeroBehindThePayload_IsLost) {

@@ -261,6 +261,9 @@ int64_t ZMV_FileWrite(void* handle, const void* buffer, uint32_t length) {
     if (kept < count) open.file->counted = std::max(open.file->counted, open.position + count);
     result = static_cast<int64_t>(count);
   }
+  if (host->watch && result > 0) {
+    host->watch(HostCall::kWrite, open.position, buffer, static_cast<uint32_t>(result));
+  }
   if (result < static_cast<int64_t>(length)) zmv::test::RaiseError(open.stream);
   Note(HostCall::kWrite, open.file->path, open.position, length, result);
   if (result > 0) open.position += static_cast<uint64_t>(result);
@@ -288,6 +291,8 @@ int64_t ZMV_FileSize(void* handle) {
 
 int32_t ZMV_FileSync(void* handle) {
   int32_t result = Enter(HostCall::kSync) ? 0 : -1;
+  ScriptedHost* host = ScriptedHost::Current();
+  if (result == 0 && host != nullptr && host->watch) host->watch(HostCall::kSync, 0, nullptr, 0);
   Note(HostCall::kSync, Opened(handle).file->path, Opened(handle).position, 0, result);
   return result;
 }

@@ -94,6 +94,10 @@ class ScriptedHost {
   void Fail(HostCall call, uint64_t nth, Duration duration = kOnce);
   void ClearFailures();
 
+  // Told of every write, with what was written, and of every sync that does not fail, in their order: what a storage
+  // medium of its own needs to know. Position and bytes are 0 and null for a sync.
+  std::function<void(HostCall call, uint64_t position, const void* bytes, uint32_t count)> watch;
+
   // ---- Records
   bool record = true;   // off: counts only, so that long runs stay small
   int trace_level = 4;  // lines above it are dropped unformatted
